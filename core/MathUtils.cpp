@@ -1,0 +1,63 @@
+#include "MathUtils.h"
+
+#include <Imath/ImathMatrixAlgo.h>
+
+namespace ZentoCore {
+
+namespace {
+
+template <typename T>
+Imath::Matrix44<T> inverseOrIdentity(const Imath::Matrix44<T>& m)
+{
+    // Imath's non-throwing form answers a singular matrix with the identity.
+    return m.gjInverse();
+}
+
+template <typename T>
+bool extractShearRotationTranslation(const Imath::Matrix44<T>& m, Imath::Vec3<T>& s, Imath::Vec3<T>& h,
+                                     Imath::Euler<T>& r, Imath::Vec3<T>& t)
+{
+    // Imath's own Euler variant stores x-y-z angles into r's i-j-k slots for
+    // orders other than XYZ, so extract in XYZ and convert.
+    Imath::Vec3<T> xyzAngles;
+    if (!Imath::extractSHRT(m, s, h, xyzAngles, t, false))
+        return false;
+    const Imath::Euler<T> inXYZ(xyzAngles, Imath::Euler<T>::XYZ);
+    r = Imath::Euler<T>(inXYZ, r.order());
+    return true;
+}
+
+} // namespace
+
+Imath::M44d matrixInverse(const Imath::M44d& m)
+{
+    return inverseOrIdentity(m);
+}
+
+Imath::M44f matrixInverse(const Imath::M44f& m)
+{
+    return inverseOrIdentity(m);
+}
+
+bool extractSRT(const Imath::M44d& m, Imath::V3d& s, Imath::Quatd& r, Imath::V3d& t)
+{
+    Imath::M44d rotation = m;
+    Imath::V3d shear;
+    if (!Imath::extractAndRemoveScalingAndShear(rotation, s, shear, false))
+        return false;
+    r = Imath::extractQuat(rotation);
+    t = Imath::V3d(m[3][0], m[3][1], m[3][2]);
+    return true;
+}
+
+bool extractSHRT(Imath::M44d& m, Imath::V3d& s, Imath::V3d& h, Imath::Eulerd& r, Imath::V3d& t)
+{
+    return extractShearRotationTranslation(m, s, h, r, t);
+}
+
+bool extractSHRT(Imath::M44f& m, Imath::V3f& s, Imath::V3f& h, Imath::Eulerf& r, Imath::V3f& t)
+{
+    return extractShearRotationTranslation(m, s, h, r, t);
+}
+
+} // namespace ZentoCore

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <Imath/ImathEuler.h>
+#include <Imath/ImathMatrix.h>
+#include <Imath/ImathQuat.h>
+#include <Imath/ImathVec.h>
+
+// Matrices are in Imath's row-vector convention: M = S * R * T applies S first.
+namespace ZentoCore {
+
+// The inverse; the identity for a singular matrix.
+Imath::M44d matrixInverse(const Imath::M44d& m);
+Imath::M44f matrixInverse(const Imath::M44f& m);
+
+// Scale, rotation and translation of m; false when m has a zero scale.
+bool extractSRT(const Imath::M44d& m, Imath::V3d& s, Imath::Quatd& r, Imath::V3d& t);
+
+// Scale, shear, rotation and translation of m, the rotation in the order that r
+// holds on entry; false when m has a zero scale.
+bool extractSHRT(Imath::M44d& m, Imath::V3d& s, Imath::V3d& h, Imath::Eulerd& r, Imath::V3d& t);
+bool extractSHRT(Imath::M44f& m, Imath::V3f& s, Imath::V3f& h, Imath::Eulerf& r, Imath::V3f& t);
+
+} // namespace ZentoCore

@@ -1,0 +1,80 @@
+#include "TestValues.h"
+
+#include <cmath>
+#include <limits>
+
+using namespace ZentoCore;
+
+ZentoUtils::Mesh makeTestMesh()
+{
+    ZentoUtils::Mesh mesh;
+    mesh.points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0.5f, 2, -1e-7f}};
+    mesh.counts = {3, 4};
+    mesh.indices = {0, 1, 4, 0, 1, 2, 3};
+    mesh.normals.assign(7, Imath::V3f(0, 0, 1));
+    for (int i = 0; i < 7; ++i)
+        mesh.uvs.emplace_back(0.125f * i, 1.0f - 0.0625f * i);
+    return mesh;
+}
+
+MapMetadata makeMapOfEveryType()
+{
+    MapMetadata map;
+    MetadataImpl<bool> flag(true);
+    map.addEntry("bool", &flag);
+    MetadataImpl<int> count(-123456789);
+    map.addEntry("int", &count);
+    MetadataImpl<double> scalar(0.1 + 0.2);
+    map.addEntry("double", &scalar);
+    MetadataImpl<std::string> text(std::string("mixamorig:Left Arm \xC3\xA9\n\0tail", 27));
+    map.addEntry("string", &text);
+    MetadataImpl<Imath::V2d> v2(Imath::V2d(-1.5, 1e300));
+    map.addEntry("V2d", &v2);
+    MetadataImpl<Imath::V3d> v3(Imath::V3d(1.0 / 3.0, -0.0, std::numeric_limits<double>::denorm_min()));
+    map.addEntry("V3d", &v3);
+    MetadataImpl<Imath::V4d> v4(Imath::V4d(125.0 / 255.0, 203.0 / 255.0, 212.0 / 255.0, 1.0));
+    map.addEntry("V4d", &v4);
+    MetadataImpl<Imath::Quatd> quat(Imath::Quatd(0.5, -0.5, 0.5, -0.5));
+    map.addEntry("Quatd", &quat);
+    MetadataImpl<Imath::Eulerd> euler(Imath::Eulerd(0.1, -0.2, 3.0, Imath::Eulerd::ZXY));
+    map.addEntry("Eulerd", &euler);
+    Imath::M44d matrix;
+    for (int i = 0; i < 16; ++i)
+        matrix[i / 4][i % 4] = std::sin(i + 1.0) * 100.0;
+    MetadataImpl<Imath::M44d> m44(matrix);
+    map.addEntry("M44d", &m44);
+    MetadataImpl<ZentoUtils::Mesh> mesh(makeTestMesh());
+    map.addEntry("Mesh", &mesh);
+    TypedArrayMetadata<std::string> list({"@Group", "mass", "", "linearXlimit"});
+    map.addEntry("StringArray", &list);
+    ArrayMetadata array;
+    array.append(count);
+    array.append(text);
+    map.addEntry("Array", &array);
+    MapMetadata inner;
+    inner.addEntry("inner", &scalar);
+    map.addEntry("Map", &inner);
+    return map;
+}
+
+MapMetadata makeNestedMap()
+{
+    MapMetadata root;
+    ArrayMetadata drives;
+    for (int i = 0; i < 6; ++i) {
+        MapMetadata drive;
+        MetadataImpl<double> stiffness(100.0 * i);
+        drive.addEntry("stiffness", &stiffness);
+        MetadataImpl<bool> acceleration(i % 2 == 0);
+        drive.addEntry("isAcceleration", &acceleration);
+        MapMetadata deeper;
+        ArrayMetadata empty;
+        deeper.addEntry("empty", &empty);
+        drive.addEntry("deeper", &deeper);
+        drives.append(drive);
+    }
+    root.addEntry("cDrive", &drives);
+    MapMetadata emptyMap;
+    root.addEntry("emptyMap", &emptyMap);
+    return root;
+}
