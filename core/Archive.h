@@ -44,7 +44,7 @@ public:
     bool writeToFile(const std::string& path) const;
 
     // The payload written so far, without the header.
-    const unsigned char* data() const { return mData.get(); }
+    const unsigned char* data() const { return mBuffer.get() + mPayloadOffset; }
     size_t size() const { return mSize; }
     size_t remaining() const { return mSize - mReadPos; }
 
@@ -76,12 +76,24 @@ public:
     void leaveNested() { --mDepth; }
 
 private:
-    void reserve(size_t capacity);
-    bool take(void* out, size_t bytes);
+    void reset();
+    bool reserve(size_t capacity);
+    // Checks the header and checksum of a whole file held in mBuffer.
+    bool adoptFileBytes(size_t fileSize);
 
-    std::unique_ptr<unsigned char[]> mData;
-    size_t mSize = 0;
+    struct BufferRelease {
+        BufferRelease() noexcept : capacity(0) {}
+        explicit BufferRelease(size_t size) noexcept : capacity(size) {}
+        void operator()(unsigned char* bytes) const;
+        size_t capacity;
+    };
+    using Buffer = std::unique_ptr<unsigned char[], BufferRelease>;
+    static Buffer allocateBuffer(size_t capacity);
+
+    Buffer mBuffer;
     size_t mCapacity = 0;
+    size_t mPayloadOffset = 0;
+    size_t mSize = 0;
     size_t mReadPos = 0;
     int mDepth = 0;
     bool mFailed = false;

@@ -9,7 +9,13 @@ namespace ZentoUtils {
 // A polygon mesh: faces one after the other in indices, with their corner counts.
 class Mesh {
 public:
+    Mesh() = default;
     virtual ~Mesh() = default;
+    // Declared, since the virtual destructor would otherwise turn every move into a copy.
+    Mesh(const Mesh&) = default;
+    Mesh(Mesh&&) noexcept = default;
+    Mesh& operator=(const Mesh&) = default;
+    Mesh& operator=(Mesh&&) noexcept = default;
 
     std::vector<Imath::V3f> points;
     std::vector<Imath::V3f> normals; // one per face corner; may be empty
