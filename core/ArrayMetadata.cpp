@@ -54,14 +54,9 @@ bool ArrayMetadata::isEqual(const Metadata* other, double tolerance) const
     const auto& theirs = static_cast<const ArrayMetadata*>(other)->mValues;
     if (theirs.size() != mValues.size())
         return false;
-    for (size_t i = 0; i < mValues.size(); ++i) {
-        if (!mValues[i] || !theirs[i]) {
-            if (mValues[i] != theirs[i])
-                return false;
-        } else if (!mValues[i]->isEqual(theirs[i].get(), tolerance)) {
+    for (size_t i = 0; i < mValues.size(); ++i)
+        if (!sameValue(mValues[i].get(), theirs[i].get(), tolerance))
             return false;
-        }
-    }
     return true;
 }
 

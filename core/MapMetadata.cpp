@@ -85,16 +85,9 @@ bool MapMetadata::isEqual(const Metadata* other, double tolerance) const
     const Entries& theirs = static_cast<const MapMetadata*>(other)->mEntries;
     if (theirs.size() != mEntries.size())
         return false;
-    for (auto mine = mEntries.begin(), their = theirs.begin(); mine != mEntries.end(); ++mine, ++their) {
-        if (mine->first != their->first)
+    for (auto mine = mEntries.begin(), their = theirs.begin(); mine != mEntries.end(); ++mine, ++their)
+        if (mine->first != their->first || !sameValue(mine->second.get(), their->second.get(), tolerance))
             return false;
-        if (!mine->second || !their->second) {
-            if (mine->second != their->second)
-                return false;
-        } else if (!mine->second->isEqual(their->second.get(), tolerance)) {
-            return false;
-        }
-    }
     return true;
 }
 

@@ -20,6 +20,13 @@ std::string Metadata::toString() const
     return out.str();
 }
 
+bool sameValue(const Metadata* a, const Metadata* b, double tolerance)
+{
+    if (!a || !b)
+        return a == b;
+    return a->isEqual(b, tolerance);
+}
+
 std::shared_ptr<Metadata> createMetadata(unsigned int typeId)
 {
     switch (typeId) {

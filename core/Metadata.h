@@ -61,6 +61,9 @@ protected:
     Metadata& operator=(const Metadata&) = default;
 };
 
+// Equal values, or both null.
+bool sameValue(const Metadata* a, const Metadata* b, double tolerance);
+
 // A new, default-valued value of the given type id; null for an unknown id.
 std::shared_ptr<Metadata> createMetadata(unsigned int typeId);
 

@@ -60,6 +60,13 @@ void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+bool saveMap(const MapMetadata& map, const std::string& path)
+{
+    Archive archive(map.memSize(), 0);
+    archive << map;
+    return archive.writeToFile(path);
+}
+
 std::vector<unsigned char> payloadOf(const MapMetadata& map)
 {
     Archive archive(map.memSize(), 0);
@@ -174,10 +181,8 @@ TEST(Archive, EmptyMapAndEmptyMeshRoundTrip)
 TEST(ArchiveHostileInput, EveryTruncationOfAValidFileFails)
 {
     const MapMetadata map = makeMapOfEveryType();
-    Archive out(map.memSize(), 0);
-    out << map;
     TemporaryDirectory dir;
-    ASSERT_TRUE(out.writeToFile(dir.file("whole")));
+    ASSERT_TRUE(saveMap(map, dir.file("whole")));
     const std::vector<unsigned char> file = readBytes(dir.file("whole"));
     const std::vector<unsigned char> payload = payloadOf(map);
 
@@ -199,10 +204,8 @@ TEST(ArchiveHostileInput, EveryTruncationOfAValidFileFails)
 TEST(ArchiveHostileInput, AnyChangedByteOfAFileIsRefused)
 {
     const MapMetadata map = makeMapOfEveryType();
-    Archive out(map.memSize(), 0);
-    out << map;
     TemporaryDirectory dir;
-    ASSERT_TRUE(out.writeToFile(dir.file("whole")));
+    ASSERT_TRUE(saveMap(map, dir.file("whole")));
     const std::vector<unsigned char> file = readBytes(dir.file("whole"));
     for (size_t i = 0; i < file.size(); ++i) {
         std::vector<unsigned char> corrupted = file;
@@ -339,9 +342,7 @@ TEST(ArchiveHostileInput, OtherFilesAreRefused)
 
     // A newer format version than this program knows.
     const MapMetadata map = makeNestedMap();
-    Archive out(map.memSize(), 0);
-    out << map;
-    ASSERT_TRUE(out.writeToFile(dir.file("future.zento")));
+    ASSERT_TRUE(saveMap(map, dir.file("future.zento")));
     std::vector<unsigned char> bytes = readBytes(dir.file("future.zento"));
     bytes[4] = Archive::kFormatVersion + 1;
     EXPECT_FALSE(archive.readFromBytes(bytes.data(), bytes.size()));
@@ -352,9 +353,7 @@ TEST(ArchiveSave, FailedSaveLeavesTheExistingFileByteForByte)
     TemporaryDirectory dir;
     const std::string target = dir.file("scene.zento");
     const MapMetadata small = makeNestedMap();
-    Archive first(small.memSize(), 0);
-    first << small;
-    ASSERT_TRUE(first.writeToFile(target));
+    ASSERT_TRUE(saveMap(small, target));
     const std::vector<unsigned char> before = readBytes(target);
 
     MapMetadata large;
@@ -404,11 +403,9 @@ TEST(ArchiveSave, KeepsThePermissionsOfTheFileItReplaces)
     TemporaryDirectory dir;
     const std::string target = dir.file("scene.zento");
     const MapMetadata map = makeNestedMap();
-    Archive out(map.memSize(), 0);
-    out << map;
-    ASSERT_TRUE(out.writeToFile(target));
+    ASSERT_TRUE(saveMap(map, target));
     ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
-    ASSERT_TRUE(out.writeToFile(target));
+    ASSERT_TRUE(saveMap(map, target));
     struct stat info;
     ASSERT_EQ(::stat(target.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0640u);
@@ -421,10 +418,8 @@ TEST(ArchiveFuzzSeeds, WriteCorpus)
     ::mkdir(corpus.c_str(), 0755);
     int index = 0;
     for (const MapMetadata& map : {makeMapOfEveryType(), makeNestedMap(), MapMetadata()}) {
-        Archive archive(map.memSize(), 0);
-        archive << map;
         const std::string name = corpus + "/seed-" + std::to_string(index++);
-        ASSERT_TRUE(archive.writeToFile(name + ".file"));
+        ASSERT_TRUE(saveMap(map, name + ".file"));
         writeBytes(name + ".payload", payloadOf(map));
         MapMetadata read;
         ASSERT_TRUE(readPayload(readBytes(name + ".payload"), read));
