@@ -1,6 +1,8 @@
 #include "NodePath.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 namespace ZentoCore {
 
@@ -92,17 +94,24 @@ bool NodePath::hasPrefix(const NodePath& prefix) const
         && mText[prefix.mText.size()] == '/';
 }
 
+// Paths in one scene share long prefixes, and the graph and the delegate
+// compare them on every lookup: the common prefix is skipped eight bytes at a time.
 bool NodePath::operator<(const NodePath& other) const
 {
     const std::string& a = mText;
     const std::string& b = other.mText;
     const size_t common = std::min(a.size(), b.size());
-    for (size_t i = 0; i < common; ++i) {
-        const int ka = orderKey(a[i]);
-        const int kb = orderKey(b[i]);
-        if (ka != kb)
-            return ka < kb;
+    size_t i = 0;
+    for (; i + sizeof(uint64_t) <= common; i += sizeof(uint64_t)) {
+        uint64_t wordA, wordB;
+        std::memcpy(&wordA, a.data() + i, sizeof(wordA));
+        std::memcpy(&wordB, b.data() + i, sizeof(wordB));
+        if (wordA != wordB)
+            break;
     }
+    for (; i < common; ++i)
+        if (a[i] != b[i])
+            return orderKey(a[i]) < orderKey(b[i]);
     return a.size() < b.size();
 }
 

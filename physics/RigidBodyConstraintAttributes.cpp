@@ -1,0 +1,218 @@
+#include "RigidBodyConstraintAttributes.h"
+
+#include "ArrayMetadata.h"
+#include "MapMetadata.h"
+
+#include <algorithm>
+
+namespace Zento {
+
+namespace {
+
+using Record = RigidBodyConstraintAttributes;
+
+// Each member with its key, in the order of the node's display list.
+// Serialising and deserialising both walk this one list; "constraintType" and
+// the drives are handled apart.
+template <typename R, typename Visit>
+void visitEntries(R& record, Visit&& visit)
+{
+    visit(Record::kNameKey, record.name);
+
+    visit("enableCollision", record.enableCollision);
+    visit("driveLimitsAreForces", record.driveLimitsAreForces);
+    visit("improveSlerp", record.improveSlerp);
+    visit("disablePreprocessing", record.disablePreprocessing);
+    visit("enableExtendedLimits", record.enableExtendedLimits);
+
+    visit("enableProjection", record.enableProjection);
+    visit("projectionLinearTollerance", record.projectionLinearTolerance);
+    visit("projectionAngularTollerance", record.projectionAngularTolerance);
+
+    visit("breakable", record.breakable);
+    visit("breakForce", record.breakForce);
+
+    visit("enableLimit", record.enableLimit);
+    visit("limit", record.limit);
+
+    visit("enableSpring", record.spring.enable);
+    visit("stiffness", record.spring.stiffness);
+    visit("damping", record.spring.damping);
+    visit("restitution", record.spring.restitution);
+    visit("bounceThreshold", record.spring.bounceThreshold);
+
+    visit("enableMinDistance", record.enableMinDistance);
+    visit("minDistance", record.minDistance);
+    visit("enableMaxDistance", record.enableMaxDistance);
+    visit("maxDistance", record.maxDistance);
+    visit("tollerance", record.tolerance);
+
+    visit("enableDrive", record.enableDrive);
+    visit("enableFreeSpin", record.enableFreeSpin);
+    visit("driveVelocity", record.driveVelocity);
+    visit("driveForceLimit", record.driveForceLimit);
+    visit("driveGearRatio", record.driveGearRatio);
+
+    visit("linearMotionX", record.motions[Record::LinearX]);
+    visit("linearMotionY", record.motions[Record::LinearY]);
+    visit("linearMotionZ", record.motions[Record::LinearZ]);
+    visit("angularMotionX", record.motions[Record::AngularX]);
+    visit("angularMotionY", record.motions[Record::AngularY]);
+    visit("angularMotionZ", record.motions[Record::AngularZ]);
+
+    visit("enableDistanceLimit", record.enableDistanceLimit);
+    visit("distanceLimit", record.distanceLimit);
+    visit("enableTwistLimit", record.enableTwistLimit);
+    visit("twistLimit", record.twistLimit);
+    visit("enableSwingLimit", record.enableSwingLimit);
+    visit("swingLimit", record.swingLimit);
+    visit("enablePyramidLimit", record.enablePyramidLimit);
+    visit("pyramidYSwingLimit", record.pyramidYSwingLimit);
+    visit("pyramidZSwingLimit", record.pyramidZSwingLimit);
+
+    auto& x = record.linearLimits[0];
+    visit("enableLinearXLimit", x.enable);
+    visit("linearXlimit", x.range);
+    visit("enableXLimitSpring", x.spring.enable);
+    visit("xLimitStiffnessSpring", x.spring.stiffness);
+    visit("xLimitDampingSpring", x.spring.damping);
+    visit("xLimitRestitutionSpring", x.spring.restitution);
+    visit("xLimitBounceThresholdSpring", x.spring.bounceThreshold);
+
+    auto& y = record.linearLimits[1];
+    visit("enableLinearYLimit", y.enable);
+    visit("linearYlimit", y.range);
+    visit("enableYLimitSpring", y.spring.enable);
+    visit("yLimitStiffnessSpring", y.spring.stiffness);
+    visit("yLimitDampingSpring", y.spring.damping);
+    visit("yLimitRestitutionSpring", y.spring.restitution);
+    visit("yLimitBounceThresholdSpring", y.spring.bounceThreshold);
+
+    auto& z = record.linearLimits[2];
+    visit("enableLinearZLimit", z.enable);
+    visit("linearZlimit", z.range);
+    visit("enableZLimitSpring", z.spring.enable);
+    visit("zLimitStiffnessSpring", z.spring.stiffness);
+    visit("zLimitDampingSpring", z.spring.damping);
+    visit("zLimitRestitutionSpring", z.spring.restitution);
+    visit("zLimitBounceThresholdSpring", z.spring.bounceThreshold);
+
+    visit("driveLinearVelocity", record.driveLinearVelocity);
+    visit("driveAngularVelocity", record.driveAngularVelocity);
+    visit("drivePose", record.drivePose);
+}
+
+template <typename D, typename Visit>
+void visitDrive(D& drive, Visit&& visit)
+{
+    visit("stiffness", drive.stiffness);
+    visit("damping", drive.damping);
+    visit("restitution", drive.restitution);
+    visit("bounceThreshold", drive.bounceThreshold);
+    visit("forceLimit", drive.forceLimit);
+    visit("isAcceleration", drive.isAcceleration);
+    visit("enable", drive.enable);
+}
+
+// The attribute layer has no float: the drives' numbers are stored as double.
+template <typename T>
+struct Stored {
+    using Type = T;
+};
+template <>
+struct Stored<float> {
+    using Type = double;
+};
+
+template <typename T>
+void load(const T& value, T& member)
+{
+    member = value;
+}
+// A double beyond the float range would be undefined as a float.
+void load(double value, float& member)
+{
+    member = static_cast<float>(std::clamp(value, -static_cast<double>(FLT_MAX), static_cast<double>(FLT_MAX)));
+}
+
+struct Writer {
+    ZentoCore::MapMetadata& map;
+    const std::string& prefix;
+
+    template <typename T>
+    void operator()(const char* key, const T& member) const
+    {
+        const ZentoCore::MetadataImpl<typename Stored<T>::Type> entry(member);
+        map.addEntry(prefix + key, &entry);
+    }
+};
+
+struct Reader {
+    const ZentoCore::MapMetadata& map;
+    const std::string& prefix;
+
+    template <typename T>
+    void operator()(const char* key, T& member) const
+    {
+        if (const auto entry = map.typedEntry<typename Stored<T>::Type>(prefix + key))
+            load(entry->get(), member);
+    }
+};
+
+const std::string kNoPrefix;
+
+} // namespace
+
+void DriveRecord::serialise(ZentoCore::MapMetadata& map, const std::string& prefix) const
+{
+    visitDrive(*this, Writer{map, prefix});
+}
+
+void DriveRecord::deserialise(const ZentoCore::MapMetadata& map, const std::string& prefix)
+{
+    visitDrive(*this, Reader{map, prefix});
+}
+
+bool RigidBodyConstraintAttributes::serialise(ZentoCore::MapMetadata* map) const
+{
+    if (!map)
+        return false;
+    const ZentoCore::MetadataImpl<int> type(constraintType);
+    map->addEntry("constraintType", &type);
+    visitEntries(*this, Writer{*map, kNoPrefix});
+
+    ZentoCore::ArrayMetadata driveMaps;
+    for (const DriveRecord& drive : drives) {
+        ZentoCore::MapMetadata driveMap;
+        drive.serialise(driveMap, kNoPrefix);
+        driveMaps.append(driveMap);
+    }
+    map->addEntry(kDrivesKey, &driveMaps);
+    return true;
+}
+
+bool RigidBodyConstraintAttributes::deserialise(const ZentoCore::MapMetadata* map)
+{
+    if (!map)
+        return false;
+    const auto type = map->typedEntry<int>("constraintType");
+    if (!type)
+        return false;
+    constraintType = static_cast<unsigned short>(type->get());
+
+    const std::array<int, AxisCount> previousMotions = motions;
+    visitEntries(*this, Reader{*map, kNoPrefix});
+    for (size_t axis = 0; axis < motions.size(); ++axis)
+        if (motions[axis] < Locked || motions[axis] >= MotionCount)
+            motions[axis] = previousMotions[axis];
+
+    if (const auto driveMaps = map->typedEntryAs<ZentoCore::ArrayMetadata>(kDrivesKey)) {
+        const auto& elements = driveMaps->get();
+        for (size_t index = 0; index < drives.size() && index < elements.size(); ++index)
+            if (elements[index] && elements[index]->typeId() == ZentoCore::MapMetadata::staticTypeId())
+                drives[index].deserialise(static_cast<const ZentoCore::MapMetadata&>(*elements[index]), kNoPrefix);
+    }
+    return true;
+}
+
+} // namespace Zento
