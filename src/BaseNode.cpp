@@ -1,5 +1,7 @@
 #include "BaseNode.h"
 
+#include "TypedArrayMetadata.h"
+
 BaseNode::BaseNode(const ZentoCore::NodePath& path) : path(path) {}
 
 BaseNode::~BaseNode() = default;
@@ -36,4 +38,19 @@ Imath::M44d BaseNode::worldMatrix() const
     for (const BaseNode* ancestor = parent; ancestor; ancestor = ancestor->parent)
         world = world * ancestor->localMatrix();
     return world;
+}
+
+void BaseNode::setDisplayList(std::vector<std::string> items)
+{
+    const ZentoCore::TypedArrayMetadata<std::string> list(std::move(items));
+    attributeHints.addEntry("__list__", &list);
+}
+
+void BaseNode::setEnumHint(const std::vector<std::string>& keys, std::vector<std::string> options)
+{
+    auto hint = std::make_shared<ZentoCore::MapMetadata>();
+    const ZentoCore::TypedArrayMetadata<std::string> list(std::move(options));
+    hint->addEntry("enum", &list);
+    for (const std::string& key : keys)
+        attributeHints.insertEntry(key, hint);
 }

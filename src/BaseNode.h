@@ -57,4 +57,10 @@ public:
     double displaySize = 1.0;
     bool visible = true;
     bool active = true;
+
+protected:
+    // "__list__": the attribute editor's rows in order, "@" items as group headers.
+    void setDisplayList(std::vector<std::string> items);
+    // An "enum" hint with the option names in index order, one map shared by all keys.
+    void setEnumHint(const std::vector<std::string>& keys, std::vector<std::string> options);
 };

@@ -66,13 +66,6 @@ std::vector<std::string> displayList()
     return list;
 }
 
-std::shared_ptr<MapMetadata> enumHint(std::vector<std::string> options)
-{
-    auto hint = std::make_shared<MapMetadata>();
-    const ZentoCore::TypedArrayMetadata<std::string> list(std::move(options));
-    hint->addEntry("enum", &list);
-    return hint;
-}
 
 // The angle ranges of fans and arcs are cut into this many steps.
 constexpr int kSteps = 21;
@@ -156,26 +149,6 @@ void addFan(Mesh& mesh, double r, const Range& range, int axis)
                             circlePoint(axis, r, range.start + (k + 1) * step));
 }
 
-// The 20 by 20 grid sphere that rigid bodies draw too.
-void addSphere(Mesh& mesh, double radius)
-{
-    constexpr int kRows = 20;
-    constexpr int kColumns = 20;
-    // The step 1/19 as a float, as the rigid body's sphere takes it.
-    const double k = static_cast<float>(1.0 / 19.0);
-    std::vector<Imath::V3f> grid;
-    grid.reserve(kRows * kColumns);
-    for (int i = 0; i < kRows; ++i) {
-        const double a = i * M_PI * k;
-        for (int j = 0; j < kColumns; ++j) {
-            const double b = j * 2.0 * M_PI * k;
-            grid.emplace_back(static_cast<float>(radius * std::cos(b) * std::sin(a)),
-                              static_cast<float>(radius * std::sin(a - M_PI / 2.0)),
-                              static_cast<float>(radius * std::sin(b) * std::sin(a)));
-        }
-    }
-    Shapes::addGridTriangles(mesh, grid, kRows, kColumns);
-}
 
 // The limit when its switch is on. A switch or limit that is missing or of
 // another type is a limit that is off.
@@ -301,13 +274,9 @@ ConstraintNode::ConstraintNode(const ZentoCore::NodePath& path) : BaseNode(path)
     const MetadataImpl<std::string> noParentBody;
     attributes.addEntry("parentRigidBody", &noParentBody);
 
-    const ZentoCore::TypedArrayMetadata<std::string> list(displayList());
-    attributeHints.addEntry("__list__", &list);
-    attributeHints.insertEntry("constraintType",
-                               enumHint({"Fixed", "Distance", "Spherical", "Revolute", "Prismatic", "D6"}));
-    const std::shared_ptr<MapMetadata> motion = enumHint({"Locked", "Limit", "Free"});
-    for (const char* key : kMotionKeys)
-        attributeHints.insertEntry(key, motion);
+    setDisplayList(displayList());
+    setEnumHint({"constraintType"}, {"Fixed", "Distance", "Spherical", "Revolute", "Prismatic", "D6"});
+    setEnumHint(std::vector<std::string>(std::begin(kMotionKeys), std::end(kMotionKeys)), {"Locked", "Limit", "Free"});
 }
 
 int ConstraintNode::typeId() const
@@ -334,7 +303,7 @@ std::shared_ptr<MapMetadata> ConstraintNode::geometry()
     for (const Imath::V3d& half : shape.boxes)
         Shapes::addBox(mesh, static_cast<float>(half.x), static_cast<float>(half.y), static_cast<float>(half.z));
     if (shape.sphereRadius > 0.0)
-        addSphere(mesh, shape.sphereRadius);
+        Shapes::addSphere(mesh, shape.sphereRadius);
     for (const Sweep& sweep : shape.sweeps)
         addFan(mesh, kSweepRadius * displaySize, sweep.range, sweep.axis);
 

@@ -1,7 +1,6 @@
 #include "JointNode.h"
 
 #include "Shapes.h"
-#include "TypedArrayMetadata.h"
 
 #include <Imath/ImathQuat.h>
 
@@ -70,8 +69,7 @@ JointNode::JointNode(const NodePath& path) : TransformNode(path)
 {
     MetadataImpl<int> jointId(-1);
     attributes.addEntry("jointId", &jointId);
-    TypedArrayMetadata<std::string> list({"jointId"});
-    attributeHints.addEntry("__list__", &list);
+    setDisplayList({"jointId"});
 }
 
 int JointNode::typeId() const

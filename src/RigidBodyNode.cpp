@@ -11,45 +11,6 @@ using Zento::RigidBodyAttributes;
 
 namespace {
 
-void addEnumHint(ZentoCore::MapMetadata& hints, const std::string& key, std::vector<std::string> options)
-{
-    const ZentoCore::TypedArrayMetadata<std::string> list(std::move(options));
-    ZentoCore::MapMetadata hint;
-    hint.addEntry("enum", &list);
-    hints.addEntry(key, &hint);
-}
-
-constexpr int kGridSize = 20;
-// 1/19 rounded to float: the grid has always been built with this step.
-constexpr double kGridStep = 0.05263157933950424;
-
-// The sphere grid of the given radius with each half moved away from the
-// centre by the half height along the axis: a capsule, or with a half height
-// of 0 the sphere itself.
-std::vector<V3f> capsuleGrid(double radius, double halfHeight, int axis)
-{
-    std::vector<V3f> grid;
-    grid.reserve(kGridSize * kGridSize);
-    for (int i = 0; i < kGridSize; ++i) {
-        const double a = i * M_PI * kGridStep;
-        const double s = std::sin(a - M_PI / 2.0);
-        const double along = radius * s + (s < 0.0 ? -1.0 : 1.0) * halfHeight;
-        for (int j = 0; j < kGridSize; ++j) {
-            const double b = j * 2.0 * M_PI * kGridStep;
-            Imath::V3d point;
-            point[axis] = along;
-            point[axis == 0 ? 1 : 0] = radius * std::cos(b) * std::sin(a);
-            point[axis == 2 ? 1 : 2] = radius * std::sin(b) * std::sin(a);
-            grid.emplace_back(point);
-        }
-    }
-    return grid;
-}
-
-void addCapsule(ZentoUtils::Mesh& mesh, double radius, double halfHeight, int axis)
-{
-    Shapes::addGridTriangles(mesh, capsuleGrid(radius, halfHeight, axis), kGridSize, kGridSize);
-}
 
 // Two units wide whatever the dimension: a plane is sized by the node's scale.
 // The corners of the z plane do not run round the quad, so it crosses itself;
@@ -75,7 +36,7 @@ RigidBodyNode::RigidBodyNode(const ZentoCore::NodePath& path) : BaseNode(path)
 {
     RigidBodyAttributes().serialise(&attributes);
 
-    const ZentoCore::TypedArrayMetadata<std::string> displayList({
+    setDisplayList({
         "active",
         "state",
         "type",
@@ -121,12 +82,9 @@ RigidBodyNode::RigidBodyNode(const ZentoCore::NodePath& path) : BaseNode(path)
         "storeImpactData",
         "version",
     });
-    attributeHints.addEntry("__list__", &displayList);
-
-    addEnumHint(attributeHints, "state", {"Static", "Dynamic", "Kinematic"});
-    addEnumHint(attributeHints, "type",
-                {"Plane", "Sphere", "Box", "Capsule", "ConvexMesh", "TriangleMesh", "HeightField"});
-    addEnumHint(attributeHints, "axis", {"X", "Y", "Z"});
+    setEnumHint({"state"}, {"Static", "Dynamic", "Kinematic"});
+    setEnumHint({"type"}, {"Plane", "Sphere", "Box", "Capsule", "ConvexMesh", "TriangleMesh", "HeightField"});
+    setEnumHint({"axis"}, {"X", "Y", "Z"});
 }
 
 int RigidBodyNode::typeId() const
@@ -167,13 +125,13 @@ std::shared_ptr<ZentoCore::MapMetadata> RigidBodyNode::geometry()
         break;
     case RigidBodyAttributes::Sphere:
         // The sphere grid runs its poles along y.
-        addCapsule(mesh, d.x, 0.0, 1);
+        Shapes::addSphere(mesh, d.x);
         break;
     case RigidBodyAttributes::Box:
         Shapes::addBox(mesh, static_cast<float>(d.x), static_cast<float>(d.y), static_cast<float>(d.z));
         break;
     case RigidBodyAttributes::Capsule:
-        addCapsule(mesh, d.x, d.y, axis);
+        Shapes::addCapsule(mesh, d.x, d.y, axis);
         break;
     default:
         // The mesh and height field shapes, and unknown types, draw nothing.

@@ -1,5 +1,7 @@
 #include "Shapes.h"
 
+#include <cmath>
+
 namespace Shapes {
 
 void addTriangle(ZentoUtils::Mesh& mesh, const Imath::V3f& a, const Imath::V3f& b, const Imath::V3f& c)
@@ -20,6 +22,39 @@ void addGridTriangles(ZentoUtils::Mesh& mesh, const std::vector<Imath::V3f>& gri
             addTriangle(mesh, at(r + 1, c), at(r, c + 1), at(r, c));
         }
     }
+}
+
+namespace {
+
+constexpr int kGridSize = 20;
+// 1/19 rounded to float: the grid has always been built with this step.
+constexpr double kGridStep = 0.05263157933950424;
+
+} // namespace
+
+void addCapsule(ZentoUtils::Mesh& mesh, double radius, double halfHeight, int axis)
+{
+    std::vector<Imath::V3f> grid;
+    grid.reserve(kGridSize * kGridSize);
+    for (int i = 0; i < kGridSize; ++i) {
+        const double a = i * M_PI * kGridStep;
+        const double s = std::sin(a - M_PI / 2.0);
+        const double along = radius * s + (s < 0.0 ? -1.0 : 1.0) * halfHeight;
+        for (int j = 0; j < kGridSize; ++j) {
+            const double b = j * 2.0 * M_PI * kGridStep;
+            Imath::V3d point;
+            point[axis] = along;
+            point[axis == 0 ? 1 : 0] = radius * std::cos(b) * std::sin(a);
+            point[axis == 2 ? 1 : 2] = radius * std::sin(b) * std::sin(a);
+            grid.emplace_back(point);
+        }
+    }
+    addGridTriangles(mesh, grid, kGridSize, kGridSize);
+}
+
+void addSphere(ZentoUtils::Mesh& mesh, double radius)
+{
+    addCapsule(mesh, radius, 0.0, 1);
 }
 
 void addBox(ZentoUtils::Mesh& mesh, float x, float y, float z)

@@ -15,6 +15,13 @@ void addGridTriangles(ZentoUtils::Mesh& mesh, const std::vector<Imath::V3f>& gri
 
 void addTriangle(ZentoUtils::Mesh& mesh, const Imath::V3f& a, const Imath::V3f& b, const Imath::V3f& c);
 
+// The 20 by 20 grid sphere of bodies and constraints, about the y axis.
+void addSphere(ZentoUtils::Mesh& mesh, double radius);
+
+// The sphere grid with its lower and upper halves moved apart by the half
+// height along the axis (0 x, 1 y, 2 z); with a half height of 0, the sphere.
+void addCapsule(ZentoUtils::Mesh& mesh, double radius, double halfHeight, int axis);
+
 // A box of half extents x, y, z about the origin: eight shared corners, six
 // quads with a normal and uvs per corner.
 void addBox(ZentoUtils::Mesh& mesh, float x, float y, float z);

@@ -1,6 +1,5 @@
 #include "SolverNode.h"
 
-#include "TypedArrayMetadata.h"
 
 namespace {
 
@@ -11,13 +10,6 @@ void addAttribute(ZentoCore::MapMetadata& attributes, const std::string& key, co
     attributes.addEntry(key, &entry);
 }
 
-void addEnumHint(ZentoCore::MapMetadata& hints, const std::string& key, std::vector<std::string> options)
-{
-    const ZentoCore::TypedArrayMetadata<std::string> list(std::move(options));
-    ZentoCore::MapMetadata hint;
-    hint.addEntry("enum", &list);
-    hints.addEntry(key, &hint);
-}
 
 } // namespace
 
@@ -49,7 +41,7 @@ SolverNode::SolverNode(const ZentoCore::NodePath& path) : BaseNode(path)
 
     // "enableDynamic" names no attribute, so the editor shows nothing for it;
     // "useGpu" is saved with the scene but not offered in the editor.
-    const ZentoCore::TypedArrayMetadata<std::string> displayList({
+    setDisplayList({
         "enableDynamic",
         "subSamples",
         "sceneScale",
@@ -73,8 +65,7 @@ SolverNode::SolverNode(const ZentoCore::NodePath& path) : BaseNode(path)
         "debuggerPort",
         "debuggerTimeout",
     });
-    attributeHints.addEntry("__list__", &displayList);
-    addEnumHint(attributeHints, "solverType", {"PGS", "TGS"});
+    setEnumHint({"solverType"}, {"PGS", "TGS"});
 }
 
 int SolverNode::typeId() const
