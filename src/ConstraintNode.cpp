@@ -2,7 +2,6 @@
 
 #include "RigidBodyConstraintAttributes.h"
 #include "Shapes.h"
-#include "TypedArrayMetadata.h"
 
 #include <algorithm>
 #include <cmath>

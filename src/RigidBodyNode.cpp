@@ -2,7 +2,6 @@
 
 #include "RigidBodyAttributes.h"
 #include "Shapes.h"
-#include "TypedArrayMetadata.h"
 
 #include <cmath>
 
