@@ -1,6 +1,8 @@
 #include "ZentoSceneGraph.h"
 
+#include "RagdollFile.h"
 #include "RigidBodyNode.h"
+#include "SceneFile.h"
 #include "SolverNode.h"
 
 #include <algorithm>
@@ -225,4 +227,24 @@ void ZentoSceneGraph::setSelection(const std::vector<std::string>& paths)
         if (std::find(mSelection.begin(), mSelection.end(), path) == mSelection.end())
             mSelection.push_back(path);
     }
+}
+
+bool ZentoSceneGraph::saveScene(const std::string& file) const
+{
+    return SceneFile::save(*this, file);
+}
+
+bool ZentoSceneGraph::loadScene(const std::string& file)
+{
+    return SceneFile::load(*this, file);
+}
+
+bool ZentoSceneGraph::exportRagdoll(const std::string& file) const
+{
+    return RagdollFile::exportRagdoll(*this, file);
+}
+
+std::vector<std::string> ZentoSceneGraph::loadRagdoll(const std::string& file)
+{
+    return RagdollFile::loadRagdoll(*this, file);
 }

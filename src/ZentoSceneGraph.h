@@ -47,6 +47,14 @@ public:
     // Sets every node's display size and rebuilds all geometry.
     void setDisplaySize(double size);
 
+    // The scene file: see SceneFile. Loading replaces the scene, or leaves it
+    // untouched and answers false when the file cannot be read or is no scene.
+    bool saveScene(const std::string& file) const;
+    bool loadScene(const std::string& file);
+    // The ragdoll file: see RagdollFile.
+    bool exportRagdoll(const std::string& file) const;
+    std::vector<std::string> loadRagdoll(const std::string& file);
+
     // The selection, in the order it was given, each path once.
     std::vector<std::string> selectedPaths() const { return mSelection; }
     void setSelection(const std::vector<std::string>& paths);

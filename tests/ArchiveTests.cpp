@@ -1,11 +1,11 @@
 #include "Archive.h"
+#include "TemporaryDirectory.h"
 #include "TestValues.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <csignal>
-#include <dirent.h>
 #include <fstream>
 #include <random>
 #include <sys/resource.h>
@@ -16,37 +16,6 @@
 using namespace ZentoCore;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-    TemporaryDirectory()
-    {
-        char pattern[] = "/tmp/zento-test-XXXXXX";
-        mPath = ::mkdtemp(pattern);
-    }
-    ~TemporaryDirectory()
-    {
-        ::chmod(mPath.c_str(), 0700);
-        std::system(("rm -rf '" + mPath + "'").c_str());
-    }
-    std::string file(const std::string& name) const { return mPath + "/" + name; }
-    const std::string& path() const { return mPath; }
-
-    std::vector<std::string> entries() const
-    {
-        std::vector<std::string> names;
-        DIR* dir = ::opendir(mPath.c_str());
-        while (dirent* entry = dir ? ::readdir(dir) : nullptr)
-            if (std::string(entry->d_name) != "." && std::string(entry->d_name) != "..")
-                names.push_back(entry->d_name);
-        if (dir)
-            ::closedir(dir);
-        return names;
-    }
-
-private:
-    std::string mPath;
-};
 
 std::vector<unsigned char> readBytes(const std::string& path)
 {
