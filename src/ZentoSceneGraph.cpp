@@ -1,5 +1,6 @@
 #include "ZentoSceneGraph.h"
 
+#include "CharacterImport.h"
 #include "RagdollFile.h"
 #include "RigidBodyNode.h"
 #include "SceneFile.h"
@@ -247,4 +248,14 @@ bool ZentoSceneGraph::exportRagdoll(const std::string& file) const
 std::vector<std::string> ZentoSceneGraph::loadRagdoll(const std::string& file)
 {
     return RagdollFile::loadRagdoll(*this, file);
+}
+
+std::vector<std::string> ZentoSceneGraph::loadSkeleton(const std::string& file, std::string* error)
+{
+    return CharacterImport::loadSkeleton(*this, file, error);
+}
+
+std::vector<std::string> ZentoSceneGraph::loadMesh(const std::string& file, std::string* error)
+{
+    return CharacterImport::loadMesh(*this, file, error);
 }

@@ -55,6 +55,11 @@ public:
     bool exportRagdoll(const std::string& file) const;
     std::vector<std::string> loadRagdoll(const std::string& file);
 
+    // Character import: see CharacterImport. The reason a file could not be
+    // read goes to error, for the status bar.
+    std::vector<std::string> loadSkeleton(const std::string& file, std::string* error = nullptr);
+    std::vector<std::string> loadMesh(const std::string& file, std::string* error = nullptr);
+
     // The selection, in the order it was given, each path once.
     std::vector<std::string> selectedPaths() const { return mSelection; }
     void setSelection(const std::vector<std::string>& paths);

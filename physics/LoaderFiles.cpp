@@ -1,0 +1,131 @@
+#include "LoaderFiles.h"
+
+#include "Archive.h"
+#include "MapMetadata.h"
+#include "MathUtils.h"
+
+#include <assimp/Importer.hpp>
+#include <assimp/config.h>
+#include <assimp/scene.h>
+
+#include <cctype>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Zento {
+
+void setError(std::string* error, const std::string& message)
+{
+    if (error)
+        *error = message;
+}
+
+std::string fileProblem(const std::string& file)
+{
+    struct stat status;
+    if (file.empty() || ::stat(file.c_str(), &status) != 0)
+        return "No such file: \"" + file + "\"";
+    if (S_ISDIR(status.st_mode))
+        return "\"" + file + "\" is a directory, not a file";
+    if (!S_ISREG(status.st_mode) || ::access(file.c_str(), R_OK) != 0)
+        return "\"" + file + "\" cannot be read";
+    return std::string();
+}
+
+std::string fileExtension(const std::string& file)
+{
+    const size_t slash = file.find_last_of('/');
+    const size_t dot = file.find_last_of('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+        return std::string();
+    std::string extension = file.substr(dot);
+    for (char& c : extension)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return extension;
+}
+
+bool readArchiveMap(const std::string& file, ZentoCore::MapMetadata& map, std::string* error)
+{
+    map.clear();
+    const std::string problem = fileProblem(file);
+    if (!problem.empty()) {
+        setError(error, problem);
+        return false;
+    }
+    ZentoCore::Archive archive;
+    if (!archive.readFromFile(file)) {
+        setError(error, "\"" + file + "\" is not a Zento file, or it is damaged");
+        return false;
+    }
+    archive >> map;
+    if (!archive.good()) {
+        setError(error, "\"" + file + "\" holds no readable values");
+        return false;
+    }
+    return true;
+}
+
+bool writeArchiveMap(const ZentoCore::MapMetadata& map, const std::string& file, std::string* error)
+{
+    ZentoCore::Archive archive(map.memSize(), 0);
+    archive << map;
+    if (!archive.good() || !archive.writeToFile(file)) {
+        setError(error, "Cannot write \"" + file + "\"");
+        return false;
+    }
+    return true;
+}
+
+std::string pathElementName(const std::string& name, const std::string& fallback)
+{
+    if (name.empty())
+        return fallback;
+    std::string fitted = name;
+    for (char& c : fitted)
+        if (c == '/' || static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
+            c = '_';
+    return fitted;
+}
+
+std::string uniqueName(const std::string& name, std::set<std::string>& taken)
+{
+    std::string unique = name;
+    for (unsigned long number = 1; taken.count(unique) != 0; ++number)
+        unique = name + std::to_string(number);
+    taken.insert(unique);
+    return unique;
+}
+
+Imath::M44d toImath(const aiMatrix4x4t<float>& m)
+{
+    return Imath::M44d(m.a1, m.b1, m.c1, m.d1, m.a2, m.b2, m.c2, m.d2, m.a3, m.b3, m.c3, m.d3, m.a4, m.b4, m.c4, m.d4);
+}
+
+void splitMatrix(const Imath::M44d& m, Imath::V3d& translation, Imath::Quatd& rotation, Imath::V3d& scale)
+{
+    if (ZentoCore::extractSRT(m, scale, rotation, translation))
+        return;
+    translation = Imath::V3d(m[3][0], m[3][1], m[3][2]);
+    rotation = Imath::Quatd();
+    scale = Imath::V3d(Imath::V3d(m[0][0], m[0][1], m[0][2]).length(), Imath::V3d(m[1][0], m[1][1], m[1][2]).length(),
+                       Imath::V3d(m[2][0], m[2][1], m[2][2]).length());
+}
+
+const aiScene* importScene(Assimp::Importer& importer, const std::string& file, std::string* error)
+{
+    const std::string problem = fileProblem(file);
+    if (!problem.empty()) {
+        setError(error, problem);
+        return nullptr;
+    }
+    importer.SetPropertyBool(AI_CONFIG_IMPORT_FBX_PRESERVE_PIVOTS, false);
+    const aiScene* scene = importer.ReadFile(file, 0);
+    if (!scene || !scene->mRootNode) {
+        const std::string reason = importer.GetErrorString();
+        setError(error, "Cannot read \"" + file + "\": " + (reason.empty() ? "no scene in the file" : reason));
+        return nullptr;
+    }
+    return scene;
+}
+
+} // namespace Zento

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "MapMetadata.h"
+
+#include <memory>
+#include <string>
+
+namespace Zento {
+
+// Keys of a mesh tree; MeshNode and the scene file read the same.
+constexpr const char* kMeshChildrenKey = "children";
+constexpr const char* kMeshGeoKey = "geo";
+constexpr const char* kMeshPivotKey = "pivot";
+constexpr const char* kMeshTranslationKey = "translation";
+constexpr const char* kMeshRotationKey = "rotation";
+constexpr const char* kMeshScaleKey = "scale";
+
+// Levels of nodes below the returned map that a ".geos" file can hold.
+constexpr int kMaxMeshDepth = 31;
+
+// Reads a mesh tree, by the file's extension: ".geos", our own format as
+// saveMesh writes it, or anything Assimp reads (FBX, glTF/GLB, Collada, OBJ, ...).
+//
+// The map holds "children": a map from each child's name to a map of the same
+// form, which holds the node's "translation", "rotation" (a quaternion) and
+// "scale", its "children", and "geo" when the node holds meshes: all of them
+// as one Mesh, in the node's own space. Names are the file's, but for "/" and
+// control characters, which become "_", and siblings of the same name, which
+// get a number. The file's root node appears as a child of its own only when
+// it holds meshes or moves its children.
+//
+// Only nodes whose name matches filter keep their "geo"; in filter "*" stands
+// for any run of characters and "?" for any one, so "*" keeps all.
+//
+// Never null: a file that cannot be read gives an empty map and, in error, the reason.
+std::shared_ptr<ZentoCore::MapMetadata> loadMesh(const std::string& file, const std::string& filter = "*",
+                                                 std::string* error = nullptr);
+
+// Writes a ".geos" file atomically. False, and no file, for a tree that could
+// not be read back: an invalid mesh, or nodes deeper than kMaxMeshDepth.
+bool saveMesh(const ZentoCore::MapMetadata& tree, const std::string& file, std::string* error = nullptr);
+
+} // namespace Zento

@@ -1,0 +1,217 @@
+#include "SkeletonLoader.h"
+
+#include "ArrayMetadata.h"
+#include "LoaderFiles.h"
+#include "MapMetadata.h"
+#include "UsdaSkeletonReader.h"
+
+#include <assimp/Importer.hpp>
+#include <assimp/scene.h>
+
+#include <fstream>
+#include <sstream>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace Zento {
+
+namespace {
+
+using ZentoCore::Joint;
+
+// The keys of a joint in a ".zentoskel" file.
+constexpr const char* kJointsKey = "joints";
+constexpr const char* kNameKey = "name";
+constexpr const char* kParentKey = "parent";
+constexpr const char* kTranslationKey = "translation";
+constexpr const char* kRotationKey = "rotation";
+constexpr const char* kScaleKey = "scale";
+constexpr const char* kIdKey = "id";
+
+std::string cannotRead(const std::string& file, const std::string& reason)
+{
+    return "Cannot read \"" + file + "\": " + reason;
+}
+
+// Names fit for node paths and unique among siblings, then the links.
+ZentoCore::Skeleton makeSkeleton(std::vector<Joint> joints, const std::string& file, std::string* error)
+{
+    ZentoCore::Skeleton skeleton;
+    if (joints.empty()) {
+        setError(error, cannotRead(file, "it holds no joints"));
+        return skeleton;
+    }
+    if (joints.size() > ZentoCore::Skeleton::kMaxJoints) {
+        setError(error, cannotRead(file, "it holds more than " + std::to_string(ZentoCore::Skeleton::kMaxJoints)
+                                             + " joints"));
+        return skeleton;
+    }
+    std::unordered_map<int, std::set<std::string>> namesByParent;
+    for (Joint& joint : joints)
+        joint.name = uniqueName(pathElementName(joint.name, "joint"), namesByParent[joint.parent]);
+    if (!skeleton.setJoints(std::move(joints)))
+        setError(error, cannotRead(file, "a joint's parent does not come before it"));
+    return skeleton;
+}
+
+bool readJoint(const ZentoCore::Metadata* value, Joint& joint)
+{
+    if (!value || value->typeId() != ZentoCore::MapMetadata::staticTypeId())
+        return false;
+    const auto& map = static_cast<const ZentoCore::MapMetadata&>(*value);
+    const auto name = map.typedEntry<std::string>(kNameKey);
+    const auto parent = map.typedEntry<int>(kParentKey);
+    const auto translation = map.typedEntry<Imath::V3d>(kTranslationKey);
+    const auto rotation = map.typedEntry<Imath::Quatd>(kRotationKey);
+    const auto scale = map.typedEntry<Imath::V3d>(kScaleKey);
+    const auto id = map.typedEntry<int>(kIdKey);
+    if (!name || !parent || !translation || !rotation || !scale || !id)
+        return false;
+    joint.name = name->get();
+    joint.parent = parent->get();
+    joint.translation = translation->get();
+    joint.rotation = rotation->get();
+    joint.scale = scale->get();
+    joint.id = id->get();
+    return true;
+}
+
+ZentoCore::Skeleton loadZentoSkeleton(const std::string& file, std::string* error)
+{
+    ZentoCore::MapMetadata map;
+    if (!readArchiveMap(file, map, error))
+        return ZentoCore::Skeleton();
+    const auto list = map.typedEntryAs<ZentoCore::ArrayMetadata>(kJointsKey);
+    if (!list) {
+        setError(error, cannotRead(file, "it holds no list of joints"));
+        return ZentoCore::Skeleton();
+    }
+    std::vector<Joint> joints(list->get().size());
+    for (size_t index = 0; index < joints.size(); ++index) {
+        if (!readJoint(list->get()[index].get(), joints[index])) {
+            setError(error, cannotRead(file, "joint " + std::to_string(index) + " misses a value or has one of the wrong type"));
+            return ZentoCore::Skeleton();
+        }
+    }
+    return makeSkeleton(std::move(joints), file, error);
+}
+
+ZentoCore::Skeleton loadUsdaSkeleton(const std::string& file, std::string* error)
+{
+    const std::string problem = fileProblem(file);
+    if (!problem.empty()) {
+        setError(error, problem);
+        return ZentoCore::Skeleton();
+    }
+    std::ifstream in(file, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    std::vector<Joint> joints;
+    std::string reason;
+    if (!in || !readUsdaSkeleton(text.str(), joints, &reason)) {
+        setError(error, cannotRead(file, reason.empty() ? "the file cannot be read" : reason));
+        return ZentoCore::Skeleton();
+    }
+    return makeSkeleton(std::move(joints), file, error);
+}
+
+// The lowest node that is an ancestor of, or is, every node given.
+const aiNode* lowestCommonAncestor(const std::vector<const aiNode*>& nodes)
+{
+    const aiNode* common = nodes.front();
+    for (const aiNode* node : nodes) {
+        std::unordered_set<const aiNode*> above;
+        for (const aiNode* n = node; n; n = n->mParent)
+            above.insert(n);
+        while (common && above.count(common) == 0)
+            common = common->mParent;
+    }
+    return common;
+}
+
+Imath::M44d worldMatrix(const aiNode* node)
+{
+    Imath::M44d world;
+    for (; node; node = node->mParent)
+        world = world * toImath(node->mTransformation);
+    return world;
+}
+
+ZentoCore::Skeleton loadAssimpSkeleton(const std::string& file, std::string* error)
+{
+    Assimp::Importer importer;
+    const aiScene* scene = importScene(importer, file, error);
+    if (!scene)
+        return ZentoCore::Skeleton();
+
+    // The joints: bone nodes and every node between them and their common
+    // ancestor, which is the root.
+    std::vector<const aiNode*> bones;
+    for (unsigned int m = 0; m < scene->mNumMeshes; ++m)
+        for (unsigned int b = 0; b < scene->mMeshes[m]->mNumBones; ++b)
+            if (const aiNode* node = scene->mRootNode->FindNode(scene->mMeshes[m]->mBones[b]->mName))
+                bones.push_back(node);
+    const aiNode* root = bones.empty() ? scene->mRootNode : lowestCommonAncestor(bones);
+    std::unordered_set<const aiNode*> kept;
+    for (const aiNode* node : bones)
+        while (node && node != root && kept.insert(node).second)
+            node = node->mParent;
+    kept.insert(root);
+    const auto isJoint = [&](const aiNode* node) { return bones.empty() || kept.count(node) != 0; };
+
+    // Depth first, children in the file's order, so every parent comes first.
+    std::vector<Joint> joints;
+    std::vector<std::pair<const aiNode*, int>> pending{{root, -1}};
+    while (!pending.empty() && joints.size() <= ZentoCore::Skeleton::kMaxJoints) {
+        const aiNode* node = pending.back().first;
+        Joint joint;
+        joint.parent = pending.back().second;
+        pending.pop_back();
+        joint.name = node->mName.C_Str();
+        joint.id = static_cast<int>(joints.size());
+        splitMatrix(node == root ? worldMatrix(node) : toImath(node->mTransformation), joint.translation,
+                    joint.rotation, joint.scale);
+        for (unsigned int c = node->mNumChildren; c-- > 0;)
+            if (isJoint(node->mChildren[c]))
+                pending.emplace_back(node->mChildren[c], joint.id);
+        joints.push_back(std::move(joint));
+    }
+    return makeSkeleton(std::move(joints), file, error);
+}
+
+} // namespace
+
+ZentoCore::Skeleton loadSkeleton(const std::string& file, std::string* error)
+{
+    const std::string extension = fileExtension(file);
+    if (extension == ".zentoskel")
+        return loadZentoSkeleton(file, error);
+    if (extension == ".usda")
+        return loadUsdaSkeleton(file, error);
+    if (extension == ".usd" || extension == ".usdc") {
+        setError(error, "Cannot read \"" + file
+                            + "\": binary USD files are not supported; save the skeleton as .usda (USD's text form)");
+        return ZentoCore::Skeleton();
+    }
+    return loadAssimpSkeleton(file, error);
+}
+
+bool saveSkeleton(const ZentoCore::Skeleton& skeleton, const std::string& file, std::string* error)
+{
+    ZentoCore::ArrayMetadata list;
+    for (const Joint& joint : skeleton.joints()) {
+        ZentoCore::MapMetadata map;
+        map.insertEntry(kNameKey, std::make_shared<ZentoCore::MetadataImpl<std::string>>(joint.name));
+        map.insertEntry(kParentKey, std::make_shared<ZentoCore::MetadataImpl<int>>(joint.parent));
+        map.insertEntry(kTranslationKey, std::make_shared<ZentoCore::MetadataImpl<Imath::V3d>>(joint.translation));
+        map.insertEntry(kRotationKey, std::make_shared<ZentoCore::MetadataImpl<Imath::Quatd>>(joint.rotation));
+        map.insertEntry(kScaleKey, std::make_shared<ZentoCore::MetadataImpl<Imath::V3d>>(joint.scale));
+        map.insertEntry(kIdKey, std::make_shared<ZentoCore::MetadataImpl<int>>(joint.id));
+        list.get().push_back(std::make_shared<ZentoCore::MapMetadata>(std::move(map)));
+    }
+    ZentoCore::MapMetadata root;
+    root.insertEntry(kJointsKey, std::make_shared<ZentoCore::ArrayMetadata>(std::move(list)));
+    return writeArchiveMap(root, file, error);
+}
+
+} // namespace Zento
