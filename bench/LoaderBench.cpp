@@ -1,11 +1,15 @@
-// Importing meshes: Zento::loadMesh against Assimp's own ReadFile of the same
-// file with the same settings, in the same run, for the largest FBX among
-// Assimp's test models and for a generated 200,000-triangle OBJ. loadMesh
-// reads the file through Assimp too, so the ratio is the cost of turning
-// Assimp's scene into the mesh tree. Prints one figure a line.
+// Importing meshes: Zento::loadMesh, and the whole import into a scene
+// (loadMesh and addNode of every mesh node), against Assimp's own ReadFile of
+// the same file with the same settings, in the same run, for the largest FBX
+// among Assimp's test models and for a generated 200,000-triangle OBJ.
+// loadMesh reads the file through Assimp too, so the ratios are the cost of
+// turning Assimp's scene into our mesh tree and nodes. Then saving and loading
+// that scene as a scene file, in MB/s. Prints one figure a line.
 
+#include "CharacterImport.h"
 #include "LoaderFiles.h"
 #include "MeshLoader.h"
+#include "ZentoSceneGraph.h"
 
 #include <assimp/Importer.hpp>
 
@@ -77,7 +81,7 @@ int countTriangles(const ZentoCore::MapMetadata& tree)
     return triangles;
 }
 
-void compare(const std::string& label, const std::string& file, int rounds)
+void compare(const std::string& label, const std::string& file, const std::string& folder, int rounds)
 {
     std::string error;
     const auto tree = Zento::loadMesh(file, "*", &error);
@@ -90,25 +94,45 @@ void compare(const std::string& label, const std::string& file, int rounds)
         Zento::importScene(importer, file, nullptr);
     });
     const double ours = bestMilliseconds(rounds, [&] { Zento::loadMesh(file); });
+    const double imported = bestMilliseconds(rounds, [&] {
+        ZentoSceneGraph graph;
+        CharacterImport::loadMesh(graph, file);
+    });
     std::printf("%s file: %s\n", label.c_str(), file.c_str());
     std::printf("%s triangles: %d\n", label.c_str(), countTriangles(*tree));
     std::printf("%s Assimp ReadFile: %.2f ms\n", label.c_str(), assimp);
     std::printf("%s Zento::loadMesh: %.2f ms\n", label.c_str(), ours);
     std::printf("%s loadMesh / ReadFile: %.3f\n", label.c_str(), ours / assimp);
+    std::printf("%s loadMesh + addNode: %.2f ms\n", label.c_str(), imported);
+    std::printf("%s (loadMesh + addNode) / ReadFile: %.3f\n", label.c_str(), imported / assimp);
+
+    ZentoSceneGraph graph;
+    CharacterImport::loadMesh(graph, file);
+    const std::string scene = folder + "/bench.zento";
+    const double save = bestMilliseconds(rounds, [&] { graph.saveScene(scene); });
+    const double megabytes = std::filesystem::file_size(scene) / 1e6;
+    const double load = bestMilliseconds(rounds, [&] {
+        ZentoSceneGraph loaded;
+        if (!loaded.loadScene(scene))
+            std::printf("%s: the saved scene does not load\n", label.c_str());
+    });
+    std::printf("%s scene file: %.2f MB\n", label.c_str(), megabytes);
+    std::printf("%s saveScene: %.2f ms, %.0f MB/s\n", label.c_str(), save, megabytes / save * 1e3);
+    std::printf("%s loadScene: %.2f ms, %.0f MB/s\n", label.c_str(), load, megabytes / load * 1e3);
 }
 
 } // namespace
 
 int main()
 {
-    compare("largest FBX", largestFbx("/usr/share/assimp/models"), 9);
-
     char pattern[] = "/tmp/zento-loader-bench-XXXXXX";
     if (!::mkdtemp(pattern))
         return 1;
+    compare("largest FBX", largestFbx("/usr/share/assimp/models"), pattern, 9);
+
     const std::string obj = std::string(pattern) + "/grid.obj";
     writeGridObj(obj);
-    compare("200k-triangle OBJ", obj, 5);
+    compare("200k-triangle OBJ", obj, pattern, 5);
     std::filesystem::remove_all(pattern);
     return 0;
 }

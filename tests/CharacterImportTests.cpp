@@ -1,6 +1,8 @@
+#include "ConstraintNode.h"
 #include "JointNode.h"
 #include "MeshLoader.h"
 #include "MeshNode.h"
+#include "RigidBodyNode.h"
 #include "SceneState.h"
 #include "SkeletonLoader.h"
 #include "TemporaryDirectory.h"
@@ -154,4 +156,30 @@ TEST(CharacterImport, UnreadableFilesAddNothingAndSayWhy)
     EXPECT_TRUE(graph.loadMesh(dir.path(), &error).empty());
     EXPECT_FALSE(error.empty());
     EXPECT_TRUE(graph.nodes.empty());
+}
+
+TEST(CharacterImport, AnImportedCharacterWithItsRagdollRoundTripsThroughASceneFile)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph saved;
+    ASSERT_FALSE(saved.loadSkeleton(kBvh).empty());
+    ASSERT_FALSE(saved.loadMesh("/usr/share/assimp/models/FBX/huesitos.fbx").empty());
+    saved.createSolver();
+    saved.createGround();
+    for (const char* joint : {"/Skeleton/Hips", "/Skeleton/Hips/LHipJoint/LeftUpLeg"}) {
+        const NodePath path(joint);
+        auto body = std::make_shared<RigidBodyNode>(path.appendChild(path.name() + "_RB"));
+        body->attributes.typedEntry<double>("mass")->set(4.25);
+        saved.addNode(body, joint);
+        saved.addNode(std::make_shared<ConstraintNode>(path.appendChild(path.name() + "_RBC")), joint);
+    }
+    saved.node("/Skeleton/Hips/LHipJoint")->visible = false;
+    saved.updateVisibility(NodePath("/Skeleton/Hips/LHipJoint"));
+
+    const std::string file = dir.file("character.zento");
+    ASSERT_TRUE(saved.saveScene(file));
+    ZentoSceneGraph loaded;
+    ASSERT_TRUE(loaded.loadScene(file));
+    expectSameScene(capture(saved), capture(loaded), "loaded", false, 0.0);
+    EXPECT_GT(countOfType(loaded, MeshNode::kTypeId), 0u);
 }
