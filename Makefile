@@ -30,7 +30,7 @@ test: deps
 bench: deps
 	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DZENTO_BUILD_TESTS=OFF -DZENTO_BUILD_BENCH=ON
 	cmake --build $(BENCH_DIR) -j $(JOBS)
-	cd $(BENCH_DIR) && ./bench/archive_bench && ./bench/loader_bench && ./bench/scene_bench
+	cd $(BENCH_DIR) && ./bench/archive_bench && ./bench/loader_bench && ./bench/scene_bench && ./bench/physics_bench
 
 clean:
 	rm -rf build

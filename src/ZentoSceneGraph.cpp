@@ -6,6 +6,8 @@
 #include "SceneFile.h"
 #include "SolverNode.h"
 
+#include <QDebug>
+
 #include <algorithm>
 
 using ZentoCore::MapMetadata;
@@ -228,6 +230,57 @@ void ZentoSceneGraph::setSelection(const std::vector<std::string>& paths)
         if (std::find(mSelection.begin(), mSelection.end(), path) == mSelection.end())
             mSelection.push_back(path);
     }
+}
+
+SolverNode* ZentoSceneGraph::solver() const
+{
+    const auto found = nodes.find(NodePath("/Solver"));
+    if (found == nodes.end() || found->second->typeId() != SolverNode::kTypeId)
+        return nullptr;
+    return static_cast<SolverNode*>(found->second.get());
+}
+
+void ZentoSceneGraph::startSimulation()
+{
+    qDebug() << "Start sim";
+    setSelection({});
+    if (SolverNode* simulation = solver())
+        simulation->start();
+    simulating = true;
+}
+
+void ZentoSceneGraph::stopSimulation()
+{
+    qDebug() << "Stop sim";
+    if (SolverNode* simulation = solver())
+        simulation->stop();
+    simulating = false;
+}
+
+void ZentoSceneGraph::stepSimulation()
+{
+    if (SolverNode* simulation = solver())
+        simulation->step();
+}
+
+void ZentoSceneGraph::grabBody(const std::string& path, const Imath::V3f& grabPoint)
+{
+    const std::shared_ptr<BaseNode> body = node(path);
+    SolverNode* simulation = solver();
+    if (body && body->typeId() == RigidBodyNode::kTypeId && simulation)
+        simulation->grab(body, grabPoint);
+}
+
+void ZentoSceneGraph::dragBody(const Imath::V3f& point)
+{
+    if (SolverNode* simulation = solver())
+        simulation->drag(point);
+}
+
+void ZentoSceneGraph::releaseBody()
+{
+    if (SolverNode* simulation = solver())
+        simulation->release();
 }
 
 bool ZentoSceneGraph::saveScene(const std::string& file) const

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+class SolverNode;
+
 // The one container of a scene: a flat map from path to node, with the tree
 // kept in the nodes' own parent and children pointers. Code changes a node's
 // fields and then calls the update operation that matches the change; the
@@ -60,6 +62,19 @@ public:
     std::vector<std::string> loadSkeleton(const std::string& file, std::string* error = nullptr);
     std::vector<std::string> loadMesh(const std::string& file, std::string* error = nullptr);
 
+    // The simulation, run by the solver node at "/Solver". startSimulation
+    // clears the selection and hands every active body and constraint to the
+    // physics; each stepSimulation writes the dynamic bodies' poses back into
+    // their nodes; stopSimulation puts the nodes back where they were. While it
+    // runs, a body node can be grabbed at a world point, dragged and released.
+    void startSimulation();
+    void stopSimulation();
+    void stepSimulation();
+    // Passes over anything that is not a rigid body node.
+    void grabBody(const std::string& path, const Imath::V3f& grabPoint);
+    void dragBody(const Imath::V3f& point);
+    void releaseBody();
+
     // The selection, in the order it was given, each path once.
     std::vector<std::string> selectedPaths() const { return mSelection; }
     void setSelection(const std::vector<std::string>& paths);
@@ -81,6 +96,9 @@ public:
     bool simulating = false;
 
 private:
+    // Null only in a scene that has lost its solver, where the simulation does nothing.
+    SolverNode* solver() const;
+
     ZentoSceneDelegate mDelegate;
     std::vector<std::string> mSelection;
 };

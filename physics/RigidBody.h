@@ -1,0 +1,45 @@
+#pragma once
+
+#include "RigidBodyAttributes.h"
+
+#include <Imath/ImathQuat.h>
+#include <Imath/ImathVec.h>
+
+class btRigidBody;
+
+namespace Zento {
+
+// One body of the physics scene as the solver sees it: a value in the
+// scene's body table. The members are read and written directly; the
+// simulated object behind it belongs to the scene, and a default body has
+// none, so that it stands for the fixed world.
+class RigidBody {
+public:
+    unsigned short state = RigidBodyAttributes::Static;
+    // Where a kinematic body is to go on the next step, in scene units.
+    Imath::V3f kinematicTarget{0.0f, 0.0f, 0.0f};
+    Imath::V3f rotatePivot{0.0f, 0.0f, 0.0f};
+    Imath::V3f scale{1.0f, 1.0f, 1.0f};
+    Imath::V3f scalePivot{0.0f, 0.0f, 0.0f};
+    Imath::V3f scalePivotTranslate{0.0f, 0.0f, 0.0f};
+    Imath::V3f rotatePivotTranslate{0.0f, 0.0f, 0.0f};
+    unsigned long long id = 0;
+    int aggregate = -1;
+
+    // The current world pose in scene units; the identity for a default body.
+    void pose(Imath::V3f& t, Imath::Quatf& q) const;
+
+    bool isSimulated() const { return mBody != nullptr; }
+
+private:
+    friend class ZentoPhysx;
+
+    btRigidBody* mBody = nullptr;
+    // The body's pose in the frame of its centre of mass, which is what the
+    // engine moves; and the size of one scene unit in the engine's metres.
+    Imath::V3f mMassOffset{0.0f, 0.0f, 0.0f};
+    Imath::Quatf mMassRotation;
+    float mSceneScale = 1.0f;
+};
+
+} // namespace Zento

@@ -1,0 +1,142 @@
+#pragma once
+
+#include "Mesh.h"
+#include "RigidBody.h"
+#include "RigidBodyAttributes.h"
+#include "RigidBodyConstraint.h"
+#include "RigidBodyConstraintAttributes.h"
+
+#include <Imath/ImathMatrix.h>
+#include <Imath/ImathVec.h>
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+class btDiscreteDynamicsWorld;
+
+namespace Zento {
+
+// A line of the engine's debug drawing, in scene units.
+struct DebugLine {
+    Imath::V3f from;
+    Imath::V3f to;
+    Imath::V3f color;
+};
+
+// The physics scene behind the solver, on Bullet. Settings are stored until
+// init and initScene build the world; bodies and joints are then added from
+// their attribute records, and each stepPhysics advances one frame in
+// fixed sub-steps. Lengths are in scene units at the interface and in metres
+// (scene units times the scene scale) inside.
+class ZentoPhysx {
+public:
+    ZentoPhysx();
+    ~ZentoPhysx();
+
+    ZentoPhysx(const ZentoPhysx&) = delete;
+    ZentoPhysx& operator=(const ZentoPhysx&) = delete;
+
+    bool isInitialized() const;
+    // Drops the world with every body and joint, and puts every setting back
+    // to its default; init may follow again.
+    void release();
+
+    // Settings, stored until init and initScene. Values that make no sense
+    // (a frame rate of zero, a negative scale, NaN) keep the last good one.
+    // Bullet runs on the CPU alone and has no remote debugger: the GPU and
+    // debugger connection settings have no effect. Instead, enablePvd turns on
+    // Bullet's debug drawing, collected at each step in debugLines.
+    void setUseGpu(bool use);
+    void enablePvd(bool enable);
+    void setKinematicKinematicFilter(bool enable);
+    void setStaticKinematicFilter(bool enable);
+    void setPvdHost(const std::string& host);
+    void setPvdPort(int port);
+    void setPvdTimeout(unsigned int timeout);
+    // At most kMaxSubSamples, so that no setting can stall a frame.
+    void setSubSamples(unsigned int subSamples);
+    void setSolverType(short type);
+    void setGravity(const Imath::V3d& gravity);
+    // Bullet has no friction offset threshold nor CCD separation: no effect.
+    void setFrictionOffsetThreshold(double threshold);
+    void setCcdMaxSeparation(double separation);
+    // The solver's linear slop and restitution velocity threshold; without a
+    // call Bullet's defaults stay.
+    void setSolverOffsetSlop(double slop);
+    void setBounceThresholdVelocity(double velocity);
+    void setFps(double fps);
+    void setScale(double scale);
+
+    static constexpr unsigned int kMaxSubSamples = 1000;
+
+    void init();
+    void initScene();
+
+    // A body at the record's world pose (translation, rotation and scale
+    // extracted from it); null before initScene, for the mesh shapes and for
+    // a record whose sizes or mass cannot make a body.
+    RigidBody* addRigidBody(const std::string& name, const RigidBodyAttributes& attributes, ZentoUtils::Mesh* mesh,
+                            bool convex);
+    // A joint between two bodies of the table, its frames relative to each
+    // body. A default body, such as one not in the table, stands for the fixed
+    // world. Null before initScene, for an unknown type, for two default bodies,
+    // a body joined to itself and frames that are not finite.
+    RigidBodyConstraint* addRigidBodyConstraint(const std::string& name,
+                                                const RigidBodyConstraintAttributes& attributes,
+                                                RigidBody* parent, const Imath::M44f& parentFrame, RigidBody* child,
+                                                const Imath::M44f& childFrame, bool projection);
+    // Bodies listed under an aggregate number stop colliding with each other
+    // when selfCollision says false for that number; a number without an
+    // entry keeps its collisions.
+    void addAggregates(const std::unordered_map<int, std::vector<int>>& aggregates,
+                       const std::unordered_map<int, bool>& selfCollision, unsigned long long maxActors,
+                       bool enhancedDeterminism);
+
+    std::unordered_map<unsigned long long, RigidBody>& rigidBodies();
+    // Removes the body and every joint on it.
+    void removeRigidBody(unsigned long long id);
+    // One frame of 1/fps seconds in subSamples steps. Kinematic bodies travel
+    // to their targets over the frame; a dynamic body whose pose stops being
+    // finite is frozen where it last was, and named once in frozenBodies.
+    void stepPhysics();
+
+    // The joints in the order they were added.
+    std::vector<RigidBodyConstraint*> constraints() const;
+    // The debug drawing of the last step while the debugger is enabled.
+    const std::vector<DebugLine>& debugLines() const;
+    const std::vector<std::string>& frozenBodies() const;
+    // The solver iterations each step runs: the most that any body asks for.
+    int solverIterations() const;
+
+    // The Bullet world itself, for looking into; null before initScene.
+    btDiscreteDynamicsWorld* world();
+
+private:
+    struct Settings;
+    struct Scene;
+    struct Actor;
+    class PairFilter;
+    class World;
+    struct Travel;
+
+    void dropScene();
+    RigidBody* addActor(const std::string& name, const RigidBodyAttributes& attributes);
+    void removeConstraintsOn(unsigned long long id);
+    std::vector<Travel> kinematicTravels() const;
+    void wakeBodiesJoinedTo(const std::vector<Travel>& travels);
+    void guardActors();
+    void collectDebugLines();
+
+    std::unique_ptr<Settings> mSettings;
+    std::unique_ptr<Scene> mScene;
+    std::unordered_map<unsigned long long, RigidBody> mBodies;
+    std::vector<std::unique_ptr<RigidBodyConstraint>> mConstraints;
+    std::vector<DebugLine> mDebugLines;
+    std::vector<std::string> mFrozenBodies;
+    // Never reset, so that an id kept from an earlier run names no new body.
+    unsigned long long mLastId = 0;
+};
+
+} // namespace Zento
