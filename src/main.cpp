@@ -1,3 +1,4 @@
+#include "FrameMemory.h"
 #include "StyleSheet.h"
 #include "ZentoRagdollBuilder.h"
 
@@ -7,6 +8,7 @@
 
 int main(int argc, char* argv[])
 {
+    keepFrameMemory();
     QApplication application(argc, argv);
     ZentoRagdollBuilder window;
     window.show();

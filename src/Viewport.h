@@ -1,0 +1,89 @@
+#pragma once
+
+#include "DrawTarget.h"
+#include "Frustum.h"
+#include "OverlayRenderer.h"
+#include "SceneRenderer.h"
+
+#include <QOpenGLWidget>
+#include <QPoint>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class ZentoSceneGraph;
+
+// The central widget: draws the scene through its renderers and turns keys and
+// mouse drags into camera moves, tool changes and the marquee. It changes
+// neither the scene nor the selection; it tells the main window by signals.
+class Viewport : public QOpenGLWidget {
+    Q_OBJECT
+
+public:
+    enum ToolMode : int16_t { SelectTool = 0, MoveTool = 1, RotateTool = 2, ScaleTool = 3, NoTool = 4 };
+
+    explicit Viewport(QWidget* parent = nullptr);
+    ~Viewport() override;
+
+    void setSceneGraph(ZentoSceneGraph* graph);
+    ZentoSceneGraph* sceneGraph() const { return mSceneGraph; }
+    // The camera at (0, 40, 40) looking down 45 degrees at the origin.
+    void homeCamera();
+    // Home, then the whole scene in view.
+    void frameAll();
+    // Draws a frame now.
+    void updateGL();
+
+    // Public: the main window hands the tool bar's tool actions in here.
+    void keyPressEvent(QKeyEvent* event) override;
+
+    const SceneRenderer& sceneRenderer() const { return mSceneRenderer; }
+    // GL errors left by the last frame; checked in debug builds only.
+    int frameGlErrors() const { return mFrameGlErrors; }
+
+    QPoint pressPosition;
+    QPoint marqueeStart;
+    QPoint marqueeEnd;
+    ZentoCore::Frustum frustum;
+    bool marqueeActive = false;
+    int16_t toolMode = SelectTool;
+
+signals:
+    void drawCompletedTime(int milliseconds);
+    void selectionUpdated();
+    void transformUpdated();
+    void executeCommand();
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void initializeGL() override;
+    void resizeGL(int width, int height) override;
+    void paintGL() override;
+
+private:
+    void releaseGl();
+    // Frames the world bounds of the paths' meshes, or a box of 10 about the
+    // origin when they have none.
+    void frameBounds(const std::vector<std::string>& paths);
+    void orbit(int dx, int dy);
+    void dolly(double amount);
+    void setDefaultPerspective();
+    // The widget's size in framebuffer pixels.
+    QSize pixelSize() const;
+
+    ZentoSceneGraph* mSceneGraph = nullptr;
+    int mLastMouseX = 0;
+    int mLastMouseY = 0;
+    bool mOrbiting = false;
+    bool mPanning = false;
+    bool mDollying = false;
+    QOpenGLFunctions_4_3_Core* mGl = nullptr;
+    SceneRenderer mSceneRenderer;
+    OverlayRenderer mOverlays;
+    DrawTarget mDrawTarget;
+    int mFrameGlErrors = 0;
+};
