@@ -27,6 +27,15 @@ inline QApplication& guiApplication()
     return *qApp;
 }
 
+// Shows the widget and waits until the display has exposed it. The wait is
+// long: under the sanitizers, with other tests running beside, a first window
+// can take seconds.
+inline bool showExposed(QWidget& widget)
+{
+    widget.show();
+    return QTest::qWaitForWindowExposed(&widget, 30000);
+}
+
 // A viewport on the screen with a scene of its own. The graph is declared
 // first, so that the viewport goes first, as in the main window.
 struct ShownViewport {
@@ -34,8 +43,7 @@ struct ShownViewport {
     {
         viewport.setSceneGraph(&graph);
         viewport.resize(width, height);
-        viewport.show();
-        EXPECT_TRUE(QTest::qWaitForWindowExposed(&viewport));
+        EXPECT_TRUE(showExposed(viewport));
         // The first frame initialises GL, which puts the camera at home: tests move it afterwards.
         viewport.grabFramebuffer();
         EXPECT_TRUE(viewport.isValid());

@@ -271,8 +271,7 @@ TEST(MainWindow, TheDarkStyleSheetIsARealResourceAndPaintsTheWindow)
     EXPECT_TRUE(QFile::exists(":/qss_icons/dark/rc/checkbox_checked.png"));
 
     ZentoRagdollBuilder window;
-    window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    ASSERT_TRUE(showExposed(window));
     QWidget* tree = window.outliner->treeWidget;
     const QImage plain = tree->grab().toImage();
     app.setStyleSheet(styleSheet);
@@ -290,8 +289,7 @@ TEST(MainWindow, ViewSwitchesWireframeButtonsAndTheOutlinerReachTheViewport)
 {
     guiApplication();
     ZentoRagdollBuilder window;
-    window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    ASSERT_TRUE(showExposed(window));
     const auto body = addBody(window.sceneGraph, "/Body", Imath::V3d(0.0, 0.0, 0.0));
     body->attributes.typedEntry<int>("type")->set(2); // "Box": few edges
     window.sceneGraph.updateGeometry(body->path);

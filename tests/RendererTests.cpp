@@ -394,8 +394,7 @@ TEST(Renderer, AViewportThatChangesWindowsDrawsItsSceneAgainInTheNewContext)
     host.resize(320, 240);
     shown.viewport.setParent(&host);
     shown.viewport.move(0, 0);
-    host.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&host));
+    ASSERT_TRUE(showExposed(host));
     EXPECT_EQ(countPixels(shown.frame(), isBodyLike), filled);
     EXPECT_EQ(shown.viewport.sceneRenderer().statistics.geometryUploads, uploads + 1);
     EXPECT_TRUE(shown.viewport.sceneRenderer().hasUploadedMesh(body->path));
