@@ -7,6 +7,7 @@
 // after the first frames shows that they are the same world.
 // Prints one figure a line.
 
+#include "../tests/RagdollFixture.h"
 #include "ConstraintNode.h"
 #include "JointNode.h"
 #include "MathUtils.h"
@@ -77,13 +78,6 @@ const Bone kBones[] = {
     {"FootR", "ShinR", {0, -0.42, 0}, {0, -0.05, 0.15}},
 };
 
-Imath::Eulerd alongX(const V3d& direction)
-{
-    Imath::Quatd q;
-    q.setRotation(V3d(1, 0, 0), direction.normalized());
-    return Imath::Eulerd(q.toMatrix44(), Imath::Eulerd::XYZ);
-}
-
 // The ragdoll as nodes: a capsule along each bone and, but at the pelvis, a D6
 // constraint at the bone's start with its twist along the bone. The ragdoll
 // is aggregate 0, without self collision; it starts tipped over above a ground.
@@ -105,7 +99,7 @@ void buildRagdoll(ZentoSceneGraph& graph)
         const double length = bone.end.length();
         auto body = std::make_shared<RigidBodyNode>(NodePath(path + "/" + bone.name + "_RB"));
         body->translation = 0.5 * bone.end;
-        body->rotation = alongX(bone.end);
+        body->rotation = RagdollFixture::alongX(bone.end);
         set(*body, "type", 3);
         set(*body, "state", 1);
         set(*body, "dimension", V3d(kBodyRadius, std::max(0.0, 0.5 * length - kBodyRadius), kBodyRadius));
@@ -114,7 +108,7 @@ void buildRagdoll(ZentoSceneGraph& graph)
         if (!bone.parent)
             continue;
         auto constraint = std::make_shared<ConstraintNode>(NodePath(path + "/" + bone.name + "_RBC"));
-        constraint->rotation = alongX(bone.end);
+        constraint->rotation = RagdollFixture::alongX(bone.end);
         set(*constraint, "constraintType", 5);
         for (const char* key : {"angularMotionX", "angularMotionY", "angularMotionZ"})
             set(*constraint, key, 1);

@@ -1,7 +1,7 @@
 #pragma once
 
-// Scenes for the renderer's tests and benchmark: a ragdoll on a real
-// skeleton, and a skin of as many quads as asked for.
+// Scenes for the tests and benchmarks: a ragdoll on a real skeleton, a skin
+// of as many quads as asked for, and the turn that lays a body along a bone.
 
 #include "CharacterImport.h"
 #include "ConstraintNode.h"

@@ -1,6 +1,7 @@
 #include "ConstraintNode.h"
 #include "JointNode.h"
 #include "MathUtils.h"
+#include "RagdollFixture.h"
 #include "RigidBodyNode.h"
 #include "SolverNode.h"
 #include "ZentoSceneGraph.h"
@@ -232,14 +233,6 @@ void addJoints(SimulationScene& scene, const aiNode& source, const std::string& 
         addJoints(scene, *source.mChildren[i], path);
 }
 
-// The rotation that turns x onto the direction.
-Imath::Eulerd alongX(const V3d& direction)
-{
-    Imath::Quatd q;
-    q.setRotation(V3d(1, 0, 0), direction.normalized());
-    return Imath::Eulerd(q.toMatrix44(), Imath::Eulerd::XYZ);
-}
-
 struct Limb {
     std::shared_ptr<BaseNode> parentBody;
     std::shared_ptr<BaseNode> childBody;
@@ -292,7 +285,7 @@ TEST(Simulation, ACapsuleRagdollOnABvhSkeletonComesToRestWithinItsLimits)
         bodies.push_back(body);
         if (hips)
             continue;
-        body->rotation = alongX(bone);
+        body->rotation = RagdollFixture::alongX(bone);
         auto constraint = scene.add<ConstraintNode>(name + "_RBC");
         constraint->rotation = body->rotation;
         set(*constraint, "constraintType", int(RigidBodyConstraintAttributes::D6));
