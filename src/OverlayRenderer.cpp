@@ -212,6 +212,25 @@ void OverlayRenderer::drawNodeOverlay(const BaseNode& node, const Frustum& frust
     mGl->glUseProgram(0);
 }
 
+void OverlayRenderer::drawDebugLines(const std::vector<Zento::DebugLine>& lines, const Frustum& frustum)
+{
+    if (!mOverlayProgram || lines.empty())
+        return;
+    std::vector<OverlayVertex> vertices;
+    vertices.reserve(2 * lines.size());
+    for (const Zento::DebugLine& line : lines) {
+        vertices.push_back({line.from, line.color});
+        vertices.push_back({line.to, line.color});
+    }
+    mGl->glLineWidth(1.0f);
+    useOverlayProgram(frustum.computeViewMatrix(), frustum.computeProjectionMatrix());
+    mGl->glBindBuffer(GL_ARRAY_BUFFER, mGuideBuffer);
+    mGl->glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(vertices.size() * sizeof(OverlayVertex)), vertices.data(),
+                      GL_DYNAMIC_DRAW);
+    drawColoredLines(mGuideBuffer, GL_LINES, GLsizei(vertices.size()));
+    mGl->glUseProgram(0);
+}
+
 void OverlayRenderer::drawMarquee(const QPoint& start, const QPoint& end, int width, int height)
 {
     if (!mMarqueeProgram || width <= 0 || height <= 0)

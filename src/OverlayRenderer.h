@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Frustum.h"
+#include "ZentoPhysx.h"
 
 #include <QOpenGLFunctions_4_3_Core>
 #include <QPoint>
@@ -8,7 +9,8 @@
 class BaseNode;
 
 // The direct GL drawing over the scene: the ground grid, the axes and guide
-// lines of selected nodes, the marquee rectangle and the corner axes. Every
+// lines of selected nodes, the physics engine's debug drawing, the marquee
+// rectangle and the corner axes. Every
 // call needs the GL context current.
 class OverlayRenderer {
 public:
@@ -25,6 +27,8 @@ public:
     // Axes of a constant size on screen at the node's origin, and its guide
     // lines. Width and height are the viewport's, in the frustum's pixels.
     void drawNodeOverlay(const BaseNode& node, const ZentoCore::Frustum& frustum, int width, int height);
+    // World-space lines of the running simulation, in their own colours.
+    void drawDebugLines(const std::vector<Zento::DebugLine>& lines, const ZentoCore::Frustum& frustum);
     // Corners in widget pixels, y downwards.
     void drawMarquee(const QPoint& start, const QPoint& end, int width, int height);
     // A square of a tenth of the height in the bottom left corner, showing the

@@ -1,5 +1,6 @@
 #include "Viewport.h"
 
+#include "SolverNode.h"
 #include "ZentoSceneGraph.h"
 
 #include <Imath/ImathBoxAlgo.h>
@@ -309,6 +310,10 @@ void Viewport::paintGL()
         for (const std::string& path : mSceneGraph->selectedPaths())
             if (const std::shared_ptr<BaseNode> node = mSceneGraph->node(path))
                 mOverlays.drawNodeOverlay(*node, frustum, width(), height());
+    // Over the bodies, so that the joint frames inside them show.
+    if (mSceneGraph && mSceneGraph->simulating)
+        if (const SolverNode* solver = mSceneGraph->solver())
+            mOverlays.drawDebugLines(solver->physics.debugLines(), frustum);
 
     mGl->glEnable(GL_DEPTH_TEST);
     if (marqueeActive)

@@ -74,6 +74,9 @@ public:
     void grabBody(const std::string& path, const Imath::V3f& grabPoint);
     void dragBody(const Imath::V3f& point);
     void releaseBody();
+    // The node at "/Solver"; null only in a scene that has lost its solver,
+    // where the simulation does nothing.
+    SolverNode* solver() const;
 
     // The selection, in the order it was given, each path once.
     std::vector<std::string> selectedPaths() const { return mSelection; }
@@ -96,9 +99,6 @@ public:
     bool simulating = false;
 
 private:
-    // Null only in a scene that has lost its solver, where the simulation does nothing.
-    SolverNode* solver() const;
-
     ZentoSceneDelegate mDelegate;
     std::vector<std::string> mSelection;
 };

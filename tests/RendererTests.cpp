@@ -3,6 +3,7 @@
 
 #include "ConstraintNode.h"
 #include "JointNode.h"
+#include "SolverNode.h"
 
 #include <algorithm>
 #include <cmath>
@@ -463,4 +464,51 @@ TEST(Renderer, AnImportedSkeletonWithBodiesAndConstraintsIsDrawnToAScreenshot)
         EXPECT_TRUE(QRectF(0, 0, 640, 480).contains(at)) << body->path.string();
     }
     EXPECT_GT(pixelBounds(scene, isBodyLike).height(), scene.height() / 3);
+}
+
+TEST(Renderer, ThePhysicsDebugDrawingShowsOverTheSceneOnlyWhileTheSimulationRuns)
+{
+    ShownViewport shown;
+    // A box resting on a static floor; at a tenth of a metre to the unit, the
+    // engine's contact normals are a unit long, over the box.
+    shown.graph.createSolver();
+    SolverNode& solver = *shown.graph.solver();
+    solver.attributes.typedEntry<double>("sceneScale")->set(0.1);
+    const auto floor = addBody(shown.graph, "/Floor", Imath::V3d(0.0, -0.5, 0.0));
+    floor->attributes.typedEntry<int>("state")->set(0); // "Static"
+    floor->attributes.typedEntry<int>("type")->set(2);  // "Box"
+    floor->attributes.typedEntry<Imath::V3d>("dimension")->set(Imath::V3d(3.0, 0.5, 3.0));
+    const auto box = addBody(shown.graph, "/Box", Imath::V3d(0.0, 0.5, 0.0));
+    box->attributes.typedEntry<int>("type")->set(2);
+    box->attributes.typedEntry<Imath::V3d>("dimension")->set(Imath::V3d(0.5, 0.5, 0.5));
+    for (const auto& body : {floor, box})
+        shown.graph.updateGeometry(body->path);
+    shown.viewport.frameAll();
+    const QImage atRest = shown.frame();
+
+    // The same run with the debugger off and on: the engine is deterministic,
+    // so whatever differs is its drawing.
+    const auto runFrame = [&](bool debugger) {
+        solver.attributes.typedEntry<bool>("enableDebugger")->set(debugger);
+        shown.graph.startSimulation();
+        for (int frame = 0; frame < 10; ++frame)
+            shown.graph.stepSimulation();
+        return shown.frame();
+    };
+    const QImage plain = runFrame(false);
+    EXPECT_TRUE(solver.physics.debugLines().empty());
+    shown.graph.stopSimulation();
+    const QImage drawn = runFrame(true);
+    EXPECT_FALSE(solver.physics.debugLines().empty());
+    const auto differing = [](const QImage& a, const QImage& b) {
+        int count = 0;
+        for (int y = 0; y < a.height(); ++y)
+            for (int x = 0; x < a.width(); ++x)
+                count += a.pixel(x, y) != b.pixel(x, y) ? 1 : 0;
+        return count;
+    };
+    EXPECT_GT(differing(plain, drawn), 20);
+
+    shown.graph.stopSimulation();
+    EXPECT_EQ(differing(atRest, shown.frame()), 0) << "the lines go with the simulation";
 }
