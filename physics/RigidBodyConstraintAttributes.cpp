@@ -4,6 +4,7 @@
 #include "MapMetadata.h"
 
 #include <algorithm>
+#include <string>
 
 namespace Zento {
 
@@ -70,32 +71,19 @@ void visitEntries(R& record, Visit&& visit)
     visit("pyramidYSwingLimit", record.pyramidYSwingLimit);
     visit("pyramidZSwingLimit", record.pyramidZSwingLimit);
 
-    auto& x = record.linearLimits[0];
-    visit("enableLinearXLimit", x.enable);
-    visit("linearXlimit", x.range);
-    visit("enableXLimitSpring", x.spring.enable);
-    visit("xLimitStiffnessSpring", x.spring.stiffness);
-    visit("xLimitDampingSpring", x.spring.damping);
-    visit("xLimitRestitutionSpring", x.spring.restitution);
-    visit("xLimitBounceThresholdSpring", x.spring.bounceThreshold);
-
-    auto& y = record.linearLimits[1];
-    visit("enableLinearYLimit", y.enable);
-    visit("linearYlimit", y.range);
-    visit("enableYLimitSpring", y.spring.enable);
-    visit("yLimitStiffnessSpring", y.spring.stiffness);
-    visit("yLimitDampingSpring", y.spring.damping);
-    visit("yLimitRestitutionSpring", y.spring.restitution);
-    visit("yLimitBounceThresholdSpring", y.spring.bounceThreshold);
-
-    auto& z = record.linearLimits[2];
-    visit("enableLinearZLimit", z.enable);
-    visit("linearZlimit", z.range);
-    visit("enableZLimitSpring", z.spring.enable);
-    visit("zLimitStiffnessSpring", z.spring.stiffness);
-    visit("zLimitDampingSpring", z.spring.damping);
-    visit("zLimitRestitutionSpring", z.spring.restitution);
-    visit("zLimitBounceThresholdSpring", z.spring.bounceThreshold);
+    static const char* const kAxes[3][2] = {{"X", "x"}, {"Y", "y"}, {"Z", "z"}};
+    for (int axis = 0; axis < 3; ++axis) {
+        auto& limit = record.linearLimits[axis];
+        const std::string upper = kAxes[axis][0];
+        const std::string lower = kAxes[axis][1];
+        visit("enableLinear" + upper + "Limit", limit.enable);
+        visit("linear" + upper + "limit", limit.range);
+        visit("enable" + upper + "LimitSpring", limit.spring.enable);
+        visit(lower + "LimitStiffnessSpring", limit.spring.stiffness);
+        visit(lower + "LimitDampingSpring", limit.spring.damping);
+        visit(lower + "LimitRestitutionSpring", limit.spring.restitution);
+        visit(lower + "LimitBounceThresholdSpring", limit.spring.bounceThreshold);
+    }
 
     visit("driveLinearVelocity", record.driveLinearVelocity);
     visit("driveAngularVelocity", record.driveAngularVelocity);
@@ -140,7 +128,7 @@ struct Writer {
     const std::string& prefix;
 
     template <typename T>
-    void operator()(const char* key, const T& member) const
+    void operator()(const std::string& key, const T& member) const
     {
         const ZentoCore::MetadataImpl<typename Stored<T>::Type> entry(member);
         map.addEntry(prefix + key, &entry);
@@ -152,7 +140,7 @@ struct Reader {
     const std::string& prefix;
 
     template <typename T>
-    void operator()(const char* key, T& member) const
+    void operator()(const std::string& key, T& member) const
     {
         if (const auto entry = map.typedEntry<typename Stored<T>::Type>(prefix + key))
             load(entry->get(), member);
