@@ -4,11 +4,11 @@
 #include "CreateNodesCommand.h"
 #include "DeleteNodesCommand.h"
 #include "JointNode.h"
-#include "SceneState.h"
 #include "MultiCommand.h"
 #include "MultiMoveCommand.h"
 #include "MultiRotateCommand.h"
 #include "MultiScaleCommand.h"
+#include "SceneState.h"
 #include "SelectionCommand.h"
 #include "TransformCommand.h"
 #include "ZentoSceneGraph.h"
@@ -22,14 +22,6 @@
 using namespace ZentoCore;
 
 namespace {
-
-std::shared_ptr<BaseNode> addJoint(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& translation)
-{
-    auto joint = std::make_shared<JointNode>(NodePath(path));
-    joint->translation = translation;
-    graph.addNode(joint, NodePath(path).parentPath().string());
-    return joint;
-}
 
 // /Skeleton with a spine, two arms and a leg, plus a shape-sized body under the spine.
 void buildSkeleton(ZentoSceneGraph& graph)

@@ -4,6 +4,7 @@
 #include "JointNode.h"
 #include "MathUtils.h"
 #include "RigidBodyNode.h"
+#include "SceneState.h"
 #include "TemporaryDirectory.h"
 #include "TypedArrayMetadata.h"
 #include "ZentoSceneGraph.h"
@@ -15,16 +16,6 @@
 using namespace ZentoCore;
 
 namespace {
-
-std::shared_ptr<BaseNode> addJoint(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& translation,
-                                   const Imath::Eulerd& rotation = Imath::Eulerd())
-{
-    auto joint = std::make_shared<JointNode>(NodePath(path));
-    joint->translation = translation;
-    joint->rotation = rotation;
-    graph.addNode(joint, NodePath(path).parentPath().string());
-    return joint;
-}
 
 std::shared_ptr<BaseNode> addBody(ZentoSceneGraph& graph, const std::string& jointPath, const Imath::V3d& translation)
 {

@@ -16,14 +16,6 @@ using namespace ZentoCore;
 
 namespace {
 
-std::shared_ptr<BaseNode> addJoint(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& translation)
-{
-    auto joint = std::make_shared<JointNode>(NodePath(path));
-    joint->translation = translation;
-    graph.addNode(joint, NodePath(path).parentPath().string());
-    return joint;
-}
-
 // A skeleton with odd names, a skin, bodies and constraints with changed
 // attributes, a hidden body, an inactive joint and a ground.
 void buildScene(ZentoSceneGraph& graph)

@@ -1,6 +1,7 @@
 #include "JointNode.h"
 #include "MeshNode.h"
 #include "RigidBodyNode.h"
+#include "SceneState.h"
 #include "SolverNode.h"
 #include "ZentoSceneGraph.h"
 
@@ -11,14 +12,6 @@
 using namespace ZentoCore;
 
 namespace {
-
-std::shared_ptr<JointNode> addJoint(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& translation)
-{
-    auto joint = std::make_shared<JointNode>(NodePath(path));
-    joint->translation = translation;
-    graph.addNode(joint, NodePath(path).parentPath().string());
-    return joint;
-}
 
 ZentoUtils::Mesh meshOf(const std::shared_ptr<MapMetadata>& geometry)
 {

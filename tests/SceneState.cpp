@@ -66,3 +66,13 @@ void expectSameScene(const SceneState& expected, const SceneState& actual, const
         EXPECT_TRUE(a.meshTransform.equalWithAbsError(e.meshTransform, tolerance)) << where;
     }
 }
+
+std::shared_ptr<JointNode> addJoint(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& translation,
+                                    const Imath::Eulerd& rotation)
+{
+    auto joint = std::make_shared<JointNode>(ZentoCore::NodePath(path));
+    joint->translation = translation;
+    joint->rotation = rotation;
+    graph.addNode(joint, ZentoCore::NodePath(path).parentPath().string());
+    return joint;
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "JointNode.h"
 #include "ZentoSceneGraph.h"
 
 #include <map>
@@ -36,3 +37,7 @@ SceneState capture(const ZentoSceneGraph& graph);
 // a file makes new ones).
 void expectSameScene(const SceneState& expected, const SceneState& actual, const std::string& when,
                      bool sameObjects = true, double tolerance = 1e-9);
+
+// A joint at path, below the node of its parent path (or at the top).
+std::shared_ptr<JointNode> addJoint(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& translation,
+                                    const Imath::Eulerd& rotation = Imath::Eulerd());
