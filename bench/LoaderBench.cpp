@@ -9,6 +9,7 @@
 #include "CharacterImport.h"
 #include "LoaderFiles.h"
 #include "MeshLoader.h"
+#include "SceneFile.h"
 #include "ZentoSceneGraph.h"
 
 #include <assimp/Importer.hpp>
@@ -109,11 +110,11 @@ void compare(const std::string& label, const std::string& file, const std::strin
     ZentoSceneGraph graph;
     CharacterImport::loadMesh(graph, file);
     const std::string scene = folder + "/bench.zento";
-    const double save = bestMilliseconds(rounds, [&] { graph.saveScene(scene); });
+    const double save = bestMilliseconds(rounds, [&] { SceneFile::save(graph, scene); });
     const double megabytes = std::filesystem::file_size(scene) / 1e6;
     const double load = bestMilliseconds(rounds, [&] {
         ZentoSceneGraph loaded;
-        if (!loaded.loadScene(scene))
+        if (!SceneFile::load(loaded, scene))
             std::printf("%s: the saved scene does not load\n", label.c_str());
     });
     std::printf("%s scene file: %.2f MB\n", label.c_str(), megabytes);

@@ -1,16 +1,17 @@
 // One simulation step of a 20-body ragdoll with 19 D6 constraints falling onto
-// a ground, at 25 frames a second in 10 sub-steps: SolverNode::step, that is
-// the physics and the write-back of every dynamic body into its node, against
-// raw Bullet stepping the same world, built by hand from the same nodes with
-// Bullet alone; and the write-back alone, SolverNode::writeBack, with its share
-// of the step. The worlds are compared too: how far their bodies lie apart
-// after the first frames shows that they are the same world.
+// a ground, at 25 frames a second in 10 sub-steps: the graph's stepSimulation,
+// that is the physics and the write-back of every dynamic body into its node,
+// against raw Bullet stepping the same world, built by hand from the same nodes
+// with Bullet alone; and the write-back alone (SolverNode::writeBack and the
+// matrices pushed), with its share of the step. The worlds are compared too:
+// how far their bodies lie apart after the first frames shows that they are
+// the same world.
 // Prints one figure a line.
 
-#include "../tests/RagdollFixture.h"
 #include "ConstraintNode.h"
 #include "JointNode.h"
 #include "MathUtils.h"
+#include "RagdollFixture.h"
 #include "RigidBodyNode.h"
 #include "SolverNode.h"
 #include "ZentoSceneGraph.h"
@@ -249,11 +250,11 @@ double metresApart(SolverNode& solver, const RawWorld& raw)
 {
     double apart = 0.0;
     auto& table = solver.physics.rigidBodies();
-    for (const auto& [path, id] : solver.bodyIds) {
+    for (const SolverNode::SimulatedBody& body : solver.bodies) {
         Imath::V3f t;
         Imath::Quatf q;
-        table.at(id).pose(t, q);
-        const btVector3 there = raw.bodyOf.at(path)->getWorldTransform().getOrigin();
+        table.at(body.id).pose(t, q);
+        const btVector3 there = raw.bodyOf.at(body.node->path.string())->getWorldTransform().getOrigin();
         apart = std::max(apart, double((t - Imath::V3f(there.x(), there.y(), there.z())).length()));
     }
     return apart;
@@ -272,25 +273,25 @@ int main()
         constraints += entry.second->typeId() == ConstraintNode::kTypeId;
     }
 
-    const double step = bestMicroseconds([&] { solver.start(); }, [&] { solver.step(); });
+    const double step = bestMicroseconds([&] { graph.startSimulation(); }, [&] { graph.stepSimulation(); });
     std::unique_ptr<RawWorld> raw;
     const double rawStep = bestMicroseconds([&] { raw = std::make_unique<RawWorld>(graph); }, [&] { raw->step(); });
     // Writing back again the poses where the last round left the bodies.
-    const double writeBack = bestMicroseconds([] {}, [&] { solver.writeBack(); });
-    solver.stop();
+    const double writeBack = bestMicroseconds([] {}, [&] { graph.updateMatrices(solver.writeBack()); });
+    graph.stopSimulation();
 
     // Both worlds from the start, frame by frame.
-    solver.start();
+    graph.startSimulation();
     raw = std::make_unique<RawWorld>(graph);
     double apartAfterFrame = 0.0, apartAfterSecond = 0.0;
     for (int frame = 1; frame <= 25; ++frame) {
-        solver.step();
+        graph.stepSimulation();
         raw->step();
         if (frame == 1)
             apartAfterFrame = metresApart(solver, *raw);
     }
     apartAfterSecond = metresApart(solver, *raw);
-    solver.stop();
+    graph.stopSimulation();
 
     std::printf("ragdoll_bodies %d\n", bodies);
     std::printf("ragdoll_d6_constraints %d\n", constraints);

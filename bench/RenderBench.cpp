@@ -6,7 +6,7 @@
 // indexed draw per mesh, straight into the widget's framebuffer. Prints one
 // figure a line, the median of the timed frames.
 
-#include "../tests/RagdollFixture.h"
+#include "RagdollFixture.h"
 
 #include "FrameMemory.h"
 #include "GlProgram.h"

@@ -26,6 +26,12 @@ public:
     void addEntry(const std::string& key, const std::shared_ptr<Metadata>& value, bool deepCopy);
     // Stores that very object, shared with the caller.
     void insertEntry(const std::string& key, std::shared_ptr<Metadata> value);
+    // Stores a plain value as a MetadataImpl<T>, replacing the entry of that key.
+    template <typename T>
+    void set(const std::string& key, const T& value)
+    {
+        insertEntry(key, std::make_shared<MetadataImpl<T>>(value));
+    }
     bool removeEntry(const std::string& key);
     void clear() { mEntries.clear(); }
 

@@ -39,6 +39,15 @@ Imath::M44f matrixInverse(const Imath::M44f& m)
     return inverseOrIdentity(m);
 }
 
+Imath::M44f poseMatrix(const Imath::Quatf& rotation, const Imath::V3f& translation)
+{
+    Imath::M44f m = rotation.toMatrix44();
+    m[3][0] = translation.x;
+    m[3][1] = translation.y;
+    m[3][2] = translation.z;
+    return m;
+}
+
 bool extractSRT(const Imath::M44d& m, Imath::V3d& s, Imath::Quatd& r, Imath::V3d& t)
 {
     Imath::M44d rotation = m;

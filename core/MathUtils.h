@@ -12,6 +12,9 @@ namespace ZentoCore {
 Imath::M44d matrixInverse(const Imath::M44d& m);
 Imath::M44f matrixInverse(const Imath::M44f& m);
 
+// The rotation followed by the translation: a rigid pose.
+Imath::M44f poseMatrix(const Imath::Quatf& rotation, const Imath::V3f& translation);
+
 // Scale, rotation and translation of m; false when m has a zero scale.
 bool extractSRT(const Imath::M44d& m, Imath::V3d& s, Imath::Quatd& r, Imath::V3d& t);
 

@@ -1,6 +1,7 @@
 #include "RigidBody.h"
 
 #include "BulletConversions.h"
+#include "MathUtils.h"
 
 #include <btBulletDynamicsCommon.h>
 
@@ -20,6 +21,19 @@ void RigidBody::pose(Imath::V3f& t, Imath::Quatf& q) const
     const Imath::V3f offset = mMassOffset * massRotation.toMatrix33();
     t = (fromBullet(mass.getOrigin()) + offset) / mSceneScale;
     q = massRotation * mMassRotation;
+}
+
+Imath::M44f RigidBody::poseMatrix() const
+{
+    Imath::V3f t;
+    Imath::Quatf q;
+    pose(t, q);
+    return ZentoCore::poseMatrix(q, t);
+}
+
+Imath::M44f RigidBody::frameInBody(const Imath::M44f& world) const
+{
+    return world * ZentoCore::matrixInverse(poseMatrix());
 }
 
 } // namespace Zento

@@ -2,6 +2,7 @@
 
 #include "RigidBodyAttributes.h"
 
+#include <Imath/ImathMatrix.h>
 #include <Imath/ImathQuat.h>
 #include <Imath/ImathVec.h>
 
@@ -28,6 +29,11 @@ public:
 
     // The current world pose in scene units; the identity for a default body.
     void pose(Imath::V3f& t, Imath::Quatf& q) const;
+    // The same pose as one matrix, rotation then translation.
+    Imath::M44f poseMatrix() const;
+    // A world frame in scene units expressed in this body's frame: where a
+    // joint at that frame sits on the body.
+    Imath::M44f frameInBody(const Imath::M44f& world) const;
 
     bool isSimulated() const { return mBody != nullptr; }
 

@@ -1,8 +1,6 @@
 #include "RigidBodyAttributes.h"
 
-#include "MapMetadata.h"
-
-#include <type_traits>
+#include "AttributeRecordIO.h"
 
 namespace Zento {
 
@@ -61,78 +59,6 @@ void visitEntries(Record& record, Visit&& visit)
     visit("rotation", record.rotation);
 }
 
-// The value that a member is stored as: the attribute layer knows only int,
-// double and the double precision Imath types.
-template <typename T>
-const T& stored(const T& member)
-{
-    return member;
-}
-int stored(unsigned short member)
-{
-    return member;
-}
-Imath::V3d stored(const Imath::V3f& member)
-{
-    return Imath::V3d(member);
-}
-Imath::M44d stored(const Imath::M44f& member)
-{
-    return Imath::M44d(member);
-}
-Imath::Quatd stored(const Imath::Quatf& member)
-{
-    return Imath::Quatd(member);
-}
-
-template <typename T>
-using StoredType = std::decay_t<decltype(stored(std::declval<const T&>()))>;
-
-template <typename T>
-void load(const T& value, T& member)
-{
-    member = value;
-}
-// Only "state" and "type" are of this type, and deserialise checks their range first.
-void load(int value, unsigned short& member)
-{
-    member = static_cast<unsigned short>(value);
-}
-void load(const Imath::V3d& value, Imath::V3f& member)
-{
-    member = Imath::V3f(value);
-}
-void load(const Imath::M44d& value, Imath::M44f& member)
-{
-    member = Imath::M44f(value);
-}
-void load(const Imath::Quatd& value, Imath::Quatf& member)
-{
-    member = Imath::Quatf(value);
-}
-
-struct Writer {
-    ZentoCore::MapMetadata& map;
-
-    template <typename T>
-    void operator()(const char* key, const T& member) const
-    {
-        const ZentoCore::MetadataImpl<StoredType<T>> entry(stored(member));
-        map.addEntry(key, &entry);
-    }
-};
-
-struct Reader {
-    const ZentoCore::MapMetadata& map;
-
-    template <typename T>
-    void operator()(const char* key, T& member) const
-    {
-        if (const auto entry = map.typedEntry<StoredType<T>>(key))
-            load(entry->get(), member);
-    }
-};
-
 bool inRange(int value, int count)
 {
     return value >= 0 && value < count;
@@ -144,7 +70,7 @@ bool RigidBodyAttributes::serialise(ZentoCore::MapMetadata* map) const
 {
     if (!map)
         return false;
-    visitEntries(*this, Writer{*map});
+    visitEntries(*this, AttributeWriter{*map, kNoAttributePrefix});
     return true;
 }
 
@@ -158,7 +84,7 @@ bool RigidBodyAttributes::deserialise(const ZentoCore::MapMetadata* map)
         return false;
 
     const int previousAxis = axis;
-    visitEntries(*this, Reader{*map});
+    visitEntries(*this, AttributeReader{*map, kNoAttributePrefix});
     if (!inRange(axis, kAxisCount))
         axis = previousAxis;
     return true;

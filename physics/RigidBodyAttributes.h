@@ -17,7 +17,8 @@ namespace Zento {
 struct RigidBodyAttributes {
     enum State : unsigned short { Static, Dynamic, Kinematic, StateCount };
     enum Type : unsigned short { Plane, Sphere, Box, Capsule, ConvexMesh, TriangleMesh, HeightField, TypeCount };
-    static constexpr int kAxisCount = 3;
+    // "axis": a capsule's long axis, a plane's normal.
+    enum Axis : int { AxisX, AxisY, AxisZ, kAxisCount };
 
     // Sphere: radius x. Box: half extents. Capsule: radius x, half height y.
     // A capsule of limb size in metres, until the builder fits it to the bones.

@@ -1,10 +1,7 @@
 #include "RigidBodyConstraintAttributes.h"
 
 #include "ArrayMetadata.h"
-#include "MapMetadata.h"
-
-#include <algorithm>
-#include <string>
+#include "AttributeRecordIO.h"
 
 namespace Zento {
 
@@ -102,77 +99,29 @@ void visitDrive(D& drive, Visit&& visit)
     visit("enable", drive.enable);
 }
 
-// The attribute layer has no float: the drives' numbers are stored as double.
-template <typename T>
-struct Stored {
-    using Type = T;
-};
-template <>
-struct Stored<float> {
-    using Type = double;
-};
-
-template <typename T>
-void load(const T& value, T& member)
-{
-    member = value;
-}
-// A double beyond the float range would be undefined as a float.
-void load(double value, float& member)
-{
-    member = static_cast<float>(std::clamp(value, -static_cast<double>(FLT_MAX), static_cast<double>(FLT_MAX)));
-}
-
-struct Writer {
-    ZentoCore::MapMetadata& map;
-    const std::string& prefix;
-
-    template <typename T>
-    void operator()(const std::string& key, const T& member) const
-    {
-        const ZentoCore::MetadataImpl<typename Stored<T>::Type> entry(member);
-        map.addEntry(prefix + key, &entry);
-    }
-};
-
-struct Reader {
-    const ZentoCore::MapMetadata& map;
-    const std::string& prefix;
-
-    template <typename T>
-    void operator()(const std::string& key, T& member) const
-    {
-        if (const auto entry = map.typedEntry<typename Stored<T>::Type>(prefix + key))
-            load(entry->get(), member);
-    }
-};
-
-const std::string kNoPrefix;
-
 } // namespace
 
 void DriveRecord::serialise(ZentoCore::MapMetadata& map, const std::string& prefix) const
 {
-    visitDrive(*this, Writer{map, prefix});
+    visitDrive(*this, AttributeWriter{map, prefix});
 }
 
 void DriveRecord::deserialise(const ZentoCore::MapMetadata& map, const std::string& prefix)
 {
-    visitDrive(*this, Reader{map, prefix});
+    visitDrive(*this, AttributeReader{map, prefix});
 }
 
 bool RigidBodyConstraintAttributes::serialise(ZentoCore::MapMetadata* map) const
 {
     if (!map)
         return false;
-    const ZentoCore::MetadataImpl<int> type(constraintType);
-    map->addEntry("constraintType", &type);
-    visitEntries(*this, Writer{*map, kNoPrefix});
+    map->set("constraintType", int(constraintType));
+    visitEntries(*this, AttributeWriter{*map, kNoAttributePrefix});
 
     ZentoCore::ArrayMetadata driveMaps;
     for (const DriveRecord& drive : drives) {
         ZentoCore::MapMetadata driveMap;
-        drive.serialise(driveMap, kNoPrefix);
+        drive.serialise(driveMap, kNoAttributePrefix);
         driveMaps.append(driveMap);
     }
     map->addEntry(kDrivesKey, &driveMaps);
@@ -189,7 +138,7 @@ bool RigidBodyConstraintAttributes::deserialise(const ZentoCore::MapMetadata* ma
     constraintType = static_cast<unsigned short>(type->get());
 
     const std::array<int, AxisCount> previousMotions = motions;
-    visitEntries(*this, Reader{*map, kNoPrefix});
+    visitEntries(*this, AttributeReader{*map, kNoAttributePrefix});
     for (size_t axis = 0; axis < motions.size(); ++axis)
         if (motions[axis] < Locked || motions[axis] >= MotionCount)
             motions[axis] = previousMotions[axis];
@@ -198,7 +147,7 @@ bool RigidBodyConstraintAttributes::deserialise(const ZentoCore::MapMetadata* ma
         const auto& elements = driveMaps->get();
         for (size_t index = 0; index < drives.size() && index < elements.size(); ++index)
             if (elements[index] && elements[index]->typeId() == ZentoCore::MapMetadata::staticTypeId())
-                drives[index].deserialise(static_cast<const ZentoCore::MapMetadata&>(*elements[index]), kNoPrefix);
+                drives[index].deserialise(static_cast<const ZentoCore::MapMetadata&>(*elements[index]), kNoAttributePrefix);
     }
     return true;
 }

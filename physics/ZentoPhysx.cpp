@@ -399,6 +399,56 @@ RigidBody* ZentoPhysx::addRigidBody(const std::string& name, const RigidBodyAttr
     return addActor(name, attributes);
 }
 
+namespace {
+
+// What a dynamic body weighs and how it turns, in kilograms and metres.
+struct MassProperties {
+    btScalar mass = 0.0f;
+    btVector3 inertia{0, 0, 0};
+    // The centre of mass in the body's frame, where the record gives one.
+    std::optional<btTransform> centre;
+};
+
+// Mass from the density and the shape's volume, or as given with useMass;
+// nothing for a mass that the engine cannot divide by.
+std::optional<MassProperties> massProperties(const RigidBodyAttributes& a, const Shape& shape, float scale)
+{
+    MassProperties made;
+    made.mass = static_cast<btScalar>(a.useMass ? a.mass : a.density * shape.volume);
+    if (!std::isfinite(made.mass) || made.mass <= 0.0f || !std::isfinite(1.0f / made.mass))
+        return std::nullopt;
+    shape.shape->calculateLocalInertia(made.mass, made.inertia);
+    if (!a.useMass)
+        return made;
+    const Imath::V3f given(a.massSpaceInertiaTensor);
+    if (isFinite(given) && given.x > 0.0f && given.y > 0.0f && given.z > 0.0f)
+        made.inertia = toBullet(given);
+    const auto centre = rigidTransform(Imath::M44f(a.cMassLocalPose), scale);
+    if (centre && !(*centre == btTransform::getIdentity()))
+        made.centre = centre;
+    return made;
+}
+
+// Damping, start velocities, sleeping and sweeping of a dynamic body.
+void setDynamicMotion(btRigidBody& body, const RigidBodyAttributes& a, float thickness, float scale)
+{
+    body.setDamping(static_cast<btScalar>(std::min(1.0, nonNegative(a.linearDamping))),
+                    static_cast<btScalar>(std::min(1.0, nonNegative(a.angularDamping))));
+    const Imath::V3f linear(a.linearVelocity), angular(a.angularVelocity);
+    if (isFinite(linear))
+        body.setLinearVelocity(toBullet(linear * scale));
+    if (isFinite(angular))
+        body.setAngularVelocity(toBullet(angular));
+    // PhysX sleeps below a kinetic energy per mass; Bullet below speeds.
+    const auto speed = static_cast<btScalar>(std::sqrt(2.0 * nonNegative(a.sleepThreshold)));
+    body.setSleepingThresholds(speed * scale, speed);
+    // Fast bodies are swept, so that a thin limb does not pass through the ground in one step.
+    body.setCcdMotionThreshold(0.5f * thickness);
+    body.setCcdSweptSphereRadius(0.4f * thickness);
+}
+
+} // namespace
+
 RigidBody* ZentoPhysx::addActor(const std::string& name, const RigidBodyAttributes& a)
 {
     using Attributes = RigidBodyAttributes;
@@ -410,35 +460,28 @@ RigidBody* ZentoPhysx::addActor(const std::string& name, const RigidBodyAttribut
     const btTransform pose(toBullet(rotation.normalize()), toBullet(a.translation * scale));
 
     auto actor = std::make_unique<Actor>();
-    actor->shape = std::move(shape->shape);
     // A plane is infinite and can only stand still.
     actor->state = a.type == Attributes::Plane ? static_cast<unsigned short>(Attributes::Static) : a.state;
     const bool dynamic = actor->state == Attributes::Dynamic;
-    btScalar mass = 0.0f;
-    btVector3 inertia(0, 0, 0);
-    btCollisionShape* bodyShape = actor->shape.get();
+    MassProperties mass;
     if (dynamic) {
-        mass = static_cast<btScalar>(a.useMass ? a.mass : a.density * shape->volume);
-        if (!std::isfinite(mass) || mass <= 0.0f || !std::isfinite(1.0f / mass))
+        const std::optional<MassProperties> given = massProperties(a, *shape, scale);
+        if (!given)
             return nullptr;
-        actor->shape->calculateLocalInertia(mass, inertia);
-        if (a.useMass) {
-            const Imath::V3f given(a.massSpaceInertiaTensor);
-            if (isFinite(given) && given.x > 0.0f && given.y > 0.0f && given.z > 0.0f)
-                inertia = toBullet(given);
-            if (const auto centre = rigidTransform(Imath::M44f(a.cMassLocalPose), scale);
-                centre && !(*centre == btTransform::getIdentity())) {
-                // Bullet moves a body about the origin of its shape, so the
-                // shape is hung into a compound at the centre of mass.
-                actor->centreOfMass = *centre;
-                actor->massShape = std::make_unique<btCompoundShape>();
-                actor->massShape->addChildShape(centre->inverse(), actor->shape.get());
-                bodyShape = actor->massShape.get();
-            }
-        }
+        mass = *given;
+    }
+    actor->shape = std::move(shape->shape);
+    btCollisionShape* bodyShape = actor->shape.get();
+    if (mass.centre) {
+        // Bullet moves a body about the origin of its shape, so the shape is
+        // hung into a compound at the centre of mass.
+        actor->centreOfMass = *mass.centre;
+        actor->massShape = std::make_unique<btCompoundShape>();
+        actor->massShape->addChildShape(mass.centre->inverse(), actor->shape.get());
+        bodyShape = actor->massShape.get();
     }
 
-    btRigidBody::btRigidBodyConstructionInfo info(mass, nullptr, bodyShape, inertia);
+    btRigidBody::btRigidBodyConstructionInfo info(mass.mass, nullptr, bodyShape, mass.inertia);
     info.m_startWorldTransform = pose * actor->centreOfMass;
     // Bullet has one friction coefficient: the sliding one.
     info.m_friction = static_cast<btScalar>(nonNegative(a.dynamicFriction));
@@ -451,32 +494,24 @@ RigidBody* ZentoPhysx::addActor(const std::string& name, const RigidBodyAttribut
     btRigidBody& body = *actor->body;
     body.setContactProcessingThreshold(static_cast<btScalar>(nonNegative(a.contactOffset)) * scale +
                                        body.getCollisionShape()->getMargin());
-
     if (actor->state == Attributes::Kinematic) {
         body.setCollisionFlags(body.getCollisionFlags() | btCollisionObject::CF_KINEMATIC_OBJECT);
         body.setActivationState(DISABLE_DEACTIVATION);
     } else if (dynamic) {
-        body.setDamping(static_cast<btScalar>(std::min(1.0, nonNegative(a.linearDamping))),
-                        static_cast<btScalar>(std::min(1.0, nonNegative(a.angularDamping))));
-        const Imath::V3f linear(a.linearVelocity), angular(a.angularVelocity);
-        if (isFinite(linear))
-            body.setLinearVelocity(toBullet(linear * scale));
-        if (isFinite(angular))
-            body.setAngularVelocity(toBullet(angular));
-        // PhysX sleeps below a kinetic energy per mass; Bullet below speeds.
-        const auto speed = static_cast<btScalar>(std::sqrt(2.0 * nonNegative(a.sleepThreshold)));
-        body.setSleepingThresholds(speed * scale, speed);
-        // Fast bodies are swept, so that a thin limb does not pass through the ground in one step.
-        body.setCcdMotionThreshold(0.5f * shape->thickness);
-        body.setCcdSweptSphereRadius(0.4f * shape->thickness);
+        setDynamicMotion(body, a, shape->thickness, scale);
         actor->maxAngularVelocity = static_cast<float>(nonNegative(a.maxAngularVelocity));
     }
-
-    const unsigned long long id = ++mLastId;
     actor->name = name;
-    actor->id = id;
     actor->collisionPool = a.collisionPool;
     actor->solverIterations = std::clamp(a.solverIteratorCount, 1, 255);
+    return &addToWorld(std::move(actor), a);
+}
+
+RigidBody& ZentoPhysx::addToWorld(std::unique_ptr<Actor> actor, const RigidBodyAttributes& a)
+{
+    const unsigned long long id = ++mLastId;
+    btRigidBody& body = *actor->body;
+    actor->id = id;
     actor->lastFinite = body.getWorldTransform();
     body.setUserPointer(actor.get());
 
@@ -499,10 +534,10 @@ RigidBody* ZentoPhysx::addActor(const std::string& name, const RigidBodyAttribut
     const btTransform bodyInMass = actor->centreOfMass.inverse();
     record.mMassOffset = fromBullet(bodyInMass.getOrigin());
     record.mMassRotation = fromBullet(bodyInMass.getRotation());
-    record.mSceneScale = scale;
+    record.mSceneScale = mSettings->sceneScale;
 
     mScene->actors.emplace(id, std::move(actor));
-    return &record;
+    return record;
 }
 
 RigidBodyConstraint* ZentoPhysx::addRigidBodyConstraint(const std::string& name,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DebugLine.h"
 #include "Mesh.h"
 #include "RigidBody.h"
 #include "RigidBodyAttributes.h"
@@ -17,13 +18,6 @@
 class btDiscreteDynamicsWorld;
 
 namespace Zento {
-
-// A line of the engine's debug drawing, in scene units.
-struct DebugLine {
-    Imath::V3f from;
-    Imath::V3f to;
-    Imath::V3f color;
-};
 
 // The physics scene behind the solver, on Bullet. Settings are stored until
 // init and initScene build the world; bodies and joints are then added from
@@ -122,7 +116,10 @@ private:
     struct Travel;
 
     void dropScene();
+    // Builds the engine's body for the record; null for a record it cannot hold.
     RigidBody* addActor(const std::string& name, const RigidBodyAttributes& attributes);
+    // Gives the body its id and puts it into the world and the body table.
+    RigidBody& addToWorld(std::unique_ptr<Actor> actor, const RigidBodyAttributes& attributes);
     void removeConstraintsOn(unsigned long long id);
     std::vector<Travel> kinematicTravels() const;
     void wakeBodiesJoinedTo(const std::vector<Travel>& travels);

@@ -1,0 +1,187 @@
+#include "CharacterImport.h"
+#include "ConstraintNode.h"
+#include "JointNode.h"
+#include "MeshLoader.h"
+#include "MeshNode.h"
+#include "RigidBodyNode.h"
+#include "SceneFile.h"
+#include "SceneState.h"
+#include "SkeletonLoader.h"
+#include "TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+using namespace ZentoCore;
+
+namespace {
+
+const std::string kBvh = "/usr/share/assimp/models/BVH/01_01.bvh";
+
+size_t countOfType(const ZentoSceneGraph& graph, int typeId)
+{
+    return static_cast<size_t>(std::count_if(graph.nodes.begin(), graph.nodes.end(),
+                                             [&](const auto& entry) { return entry.second->typeId() == typeId; }));
+}
+
+} // namespace
+
+TEST(CharacterImport, ABvhSkeletonBecomesJointsBelowSkeleton)
+{
+    ZentoSceneGraph graph;
+    const std::vector<std::string> names = CharacterImport::loadSkeleton(graph, kBvh);
+    ASSERT_FALSE(names.empty());
+    EXPECT_EQ(std::count(names.begin(), names.end(), "/Skeleton"), 2) << "the root of the import stands twice";
+
+    const Skeleton skeleton = Zento::loadSkeleton(kBvh);
+    EXPECT_EQ(countOfType(graph, JointNode::kTypeId), skeleton.numJoints());
+
+    // From the file's text: ROOT Hips, JOINT LHipJoint (offset 0), LeftUpLeg, LeftLeg at 2.44811 -6.72613 0.
+    const auto hips = graph.node("/Skeleton/Hips");
+    ASSERT_NE(hips, nullptr);
+    EXPECT_EQ(hips->parent, nullptr) << "a root joint hangs under nothing";
+    EXPECT_TRUE(graph.node("/Skeleton")->children.empty());
+    const auto leg = graph.node("/Skeleton/Hips/LHipJoint/LeftUpLeg/LeftLeg");
+    ASSERT_NE(leg, nullptr);
+    EXPECT_TRUE(leg->translation.equalWithAbsError(Imath::V3d(2.44811, -6.72613, 0.0), 1e-5));
+    EXPECT_EQ(leg->parent, graph.node("/Skeleton/Hips/LHipJoint/LeftUpLeg").get());
+    EXPECT_EQ(std::count(leg->parent->children.begin(), leg->parent->children.end(), leg.get()), 1);
+    EXPECT_GE(leg->attributes.typedEntry<int>("jointId")->value(), 0);
+    // The parent joint draws a bone to it, so the delegate holds more than a ball.
+    EXPECT_GT(graph.delegate().mesh(leg->parent->path)->numVerts.size(), 32u);
+}
+
+TEST(CharacterImport, TwoRootsAndASingleJoint)
+{
+    TemporaryDirectory dir;
+    std::vector<Joint> joints(3);
+    joints[0].name = "Left Root";
+    joints[1].name = "mixamorig:Right";
+    joints[2].name = "Child";
+    joints[2].parent = 1;
+    joints[2].translation = Imath::V3d(0, 2, 0);
+    joints[2].rotation.setAxisAngle(Imath::V3d(0, 0, 1), 0.5);
+    for (int i = 0; i < 3; ++i)
+        joints[size_t(i)].id = i;
+    Skeleton twoRoots;
+    ASSERT_TRUE(twoRoots.setJoints(joints));
+    ASSERT_TRUE(Zento::saveSkeleton(twoRoots, dir.file("two.zentoskel")));
+
+    ZentoSceneGraph graph;
+    CharacterImport::loadSkeleton(graph, dir.file("two.zentoskel"));
+    EXPECT_EQ(graph.nodePaths(), (std::vector<std::string>{"/Skeleton", "/Skeleton/Left Root", "/Skeleton/mixamorig:Right",
+                                                           "/Skeleton/mixamorig:Right/Child"}));
+    EXPECT_EQ(graph.node("/Skeleton/Left Root")->parent, nullptr);
+    EXPECT_EQ(graph.node("/Skeleton/mixamorig:Right")->parent, nullptr);
+    const auto child = graph.node("/Skeleton/mixamorig:Right/Child");
+    EXPECT_NEAR(child->rotation.z, 0.5, 1e-12);
+    EXPECT_EQ(child->attributes.typedEntry<int>("jointId")->value(), 2);
+
+    std::vector<Joint> one(1);
+    one[0].name = "Only";
+    Skeleton single;
+    ASSERT_TRUE(single.setJoints(one));
+    ASSERT_TRUE(Zento::saveSkeleton(single, dir.file("one.zentoskel")));
+    ZentoSceneGraph lone;
+    EXPECT_EQ(CharacterImport::loadSkeleton(lone, dir.file("one.zentoskel")),
+              (std::vector<std::string>{"/Skeleton", "/Skeleton", "/Skeleton/Only"}));
+}
+
+TEST(CharacterImport, MeshTreesBecomeGroupsAndMeshesBelowSkin)
+{
+    TemporaryDirectory dir;
+    // A group with two meshes in it and a mesh at the top, written as our own file.
+    const auto meshEntry = [](float offset) {
+        auto node = std::make_shared<MapMetadata>();
+        auto geo = std::make_shared<MetadataImpl<ZentoUtils::Mesh>>();
+        geo->get().points = {{offset, 0, 0}, {offset + 1, 0, 0}, {offset, 1, 0}};
+        geo->get().indices = {0, 1, 2};
+        geo->get().counts = {3};
+        node->insertEntry(Zento::kMeshGeoKey, geo);
+        return node;
+    };
+    MapMetadata tree;
+    auto top = std::make_shared<MapMetadata>();
+    auto group = std::make_shared<MapMetadata>();
+    auto inGroup = std::make_shared<MapMetadata>();
+    inGroup->insertEntry("b", meshEntry(1));
+    inGroup->insertEntry("a", meshEntry(2));
+    group->insertEntry(Zento::kMeshChildrenKey, inGroup);
+    Imath::Quatd turn;
+    turn.setAxisAngle(Imath::V3d(0, 1, 0), 0.25);
+    MetadataImpl<Imath::Quatd> rotation(turn);
+    group->addEntry(Zento::kMeshRotationKey, &rotation);
+    MetadataImpl<Imath::Eulerd> notAQuaternion(Imath::Eulerd(1, 1, 1));
+    top->insertEntry("Group", group);
+    top->insertEntry("Body", meshEntry(0));
+    top->typedEntryAs<MapMetadata>("Body")->addEntry(Zento::kMeshRotationKey, &notAQuaternion);
+    tree.insertEntry(Zento::kMeshChildrenKey, top);
+    ASSERT_TRUE(Zento::saveMesh(tree, dir.file("skin.geos")));
+
+    ZentoSceneGraph graph;
+    graph.createSolver();
+    const std::vector<std::string> names = CharacterImport::loadMesh(graph, dir.file("skin.geos"));
+    EXPECT_EQ(names, (std::vector<std::string>{"/Skin", "/Skin/Body", "/Skin/Group", "/Skin/Group/a", "/Skin/Group/b",
+                                               "/Skin", "/Skin/Body", "/Skin/Group", "/Skin/Group/a", "/Skin/Group/b"}));
+    EXPECT_EQ(graph.node("/Skin/Group")->typeId(), TransformNode::kTypeId);
+    EXPECT_NEAR(graph.node("/Skin/Group")->rotation.y, 0.25, 1e-12);
+    EXPECT_EQ(graph.node("/Skin/Body")->rotation.toXYZVector(), Imath::V3d(0, 0, 0)) << "only a quaternion is read";
+    const auto a = graph.node("/Skin/Group/a");
+    EXPECT_EQ(a->typeId(), MeshNode::kTypeId);
+    EXPECT_EQ(a->parent, graph.node("/Skin/Group").get());
+    EXPECT_EQ(graph.node("/Skin/Body")->parent, graph.node("/Skin").get()) << "the first level is linked to /Skin";
+    EXPECT_EQ(graph.delegate().mesh(a->path)->numVerts.size(), 1u);
+
+    // The meshes survive a scene file with their whole map.
+    ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
+    ZentoSceneGraph loaded;
+    ASSERT_TRUE(SceneFile::load(loaded, dir.file("scene.zento")));
+    expectSameScene(capture(graph), capture(loaded), "scene file", false, 0.0);
+
+    // A file with no children gives only /Skin.
+    MapMetadata empty;
+    empty.insertEntry(Zento::kMeshChildrenKey, std::make_shared<MapMetadata>());
+    ASSERT_TRUE(Zento::saveMesh(empty, dir.file("empty.geos")));
+    ZentoSceneGraph bare;
+    EXPECT_EQ(CharacterImport::loadMesh(bare, dir.file("empty.geos")), (std::vector<std::string>{"/Skin", "/Skin"}));
+}
+
+TEST(CharacterImport, UnreadableFilesAddNothingAndSayWhy)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    std::string error;
+    EXPECT_TRUE(CharacterImport::loadSkeleton(graph, dir.file("missing.fbx"), &error).empty());
+    EXPECT_FALSE(error.empty());
+    error.clear();
+    EXPECT_TRUE(CharacterImport::loadMesh(graph, dir.path(), &error).empty());
+    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(graph.nodes.empty());
+}
+
+TEST(CharacterImport, AnImportedCharacterWithItsRagdollRoundTripsThroughASceneFile)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph saved;
+    ASSERT_FALSE(CharacterImport::loadSkeleton(saved, kBvh).empty());
+    ASSERT_FALSE(CharacterImport::loadMesh(saved, "/usr/share/assimp/models/FBX/huesitos.fbx").empty());
+    saved.createSolver();
+    saved.createGround();
+    for (const char* joint : {"/Skeleton/Hips", "/Skeleton/Hips/LHipJoint/LeftUpLeg"}) {
+        const NodePath path(joint);
+        auto body = std::make_shared<RigidBodyNode>(path.appendChild(path.name() + "_RB"));
+        body->attributes.typedEntry<double>("mass")->set(4.25);
+        saved.addNode(body, joint);
+        saved.addNode(std::make_shared<ConstraintNode>(path.appendChild(path.name() + "_RBC")), joint);
+    }
+    saved.node("/Skeleton/Hips/LHipJoint")->visible = false;
+    saved.updateVisibility(NodePath("/Skeleton/Hips/LHipJoint"));
+
+    const std::string file = dir.file("character.zento");
+    ASSERT_TRUE(SceneFile::save(saved, file));
+    ZentoSceneGraph loaded;
+    ASSERT_TRUE(SceneFile::load(loaded, file));
+    expectSameScene(capture(saved), capture(loaded), "loaded", false, 0.0);
+    EXPECT_GT(countOfType(loaded, MeshNode::kTypeId), 0u);
+}

@@ -1,0 +1,261 @@
+#include "Archive.h"
+#include "ArrayMetadata.h"
+#include "ConstraintNode.h"
+#include "JointNode.h"
+#include "MathUtils.h"
+#include "RagdollFile.h"
+#include "RigidBodyConstraintAttributes.h"
+#include "RigidBodyNode.h"
+#include "SceneFile.h"
+#include "SceneState.h"
+#include "TemporaryDirectory.h"
+#include "TypedArrayMetadata.h"
+#include "ZentoSceneGraph.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace ZentoCore;
+using Zento::RigidBodyConstraintAttributes;
+
+namespace {
+
+std::shared_ptr<BaseNode> addBody(ZentoSceneGraph& graph, const std::string& jointPath, const Imath::V3d& translation)
+{
+    const NodePath joint(jointPath);
+    auto body = std::make_shared<RigidBodyNode>(joint.appendChild(joint.name() + "_RB"));
+    body->translation = translation;
+    body->rotation = Imath::Eulerd(0.3, 0.1, -0.2, Imath::Eulerd::XYZ);
+    body->attributes.typedEntry<Imath::V3d>("dimension")->set(Imath::V3d(0.07, 0.2, 0.07));
+    body->attributes.typedEntry<double>("mass")->set(3.25);
+    graph.addNode(body, jointPath);
+    return body;
+}
+
+std::shared_ptr<BaseNode> addConstraint(ZentoSceneGraph& graph, const std::string& jointPath)
+{
+    const NodePath joint(jointPath);
+    auto constraint = std::make_shared<ConstraintNode>(joint.appendChild(joint.name() + "_RBC"));
+    constraint->rotation = Imath::Eulerd(0.0, 0.5, 0.25, Imath::Eulerd::XYZ);
+    constraint->attributes.typedEntry<int>("constraintType")->set(RigidBodyConstraintAttributes::D6);constraint->attributes.typedEntry<double>("driveSwing_stiffness")->set(120.5);
+    constraint->attributes.typedEntry<bool>("driveTwist_enable")->set(true);
+    graph.addNode(constraint, jointPath);
+    return constraint;
+}
+
+// Hips -> Spine -> Chest (no body) -> Neck, and Hips -> Leg, with a body on
+// every joint but Chest and a constraint on Spine, Neck and Leg.
+void buildRagdoll(ZentoSceneGraph& graph)
+{
+    graph.createSolver();
+    addJoint(graph, "/Skeleton", Imath::V3d(0, 0, 0));
+    addJoint(graph, "/Skeleton/Hips", Imath::V3d(0, 1, 0), Imath::Eulerd(0, 0.4, 0, Imath::Eulerd::ZXY));
+    addJoint(graph, "/Skeleton/Hips/Spine", Imath::V3d(0, 0.2, 0));
+    addJoint(graph, "/Skeleton/Hips/Spine/Chest", Imath::V3d(0, 0.2, 0));
+    addJoint(graph, "/Skeleton/Hips/Spine/Chest/Neck", Imath::V3d(0, 0.3, 0.05));
+    addJoint(graph, "/Skeleton/Hips/Leg", Imath::V3d(0.1, -0.1, 0), Imath::Eulerd(0.2, 0, 0, Imath::Eulerd::XYZ));
+    for (const char* joint : {"/Skeleton/Hips", "/Skeleton/Hips/Spine", "/Skeleton/Hips/Spine/Chest/Neck", "/Skeleton/Hips/Leg"})
+        addBody(graph, joint, Imath::V3d(0.0, 0.1, 0.0));
+    for (const char* joint : {"/Skeleton/Hips/Spine", "/Skeleton/Hips/Spine/Chest/Neck", "/Skeleton/Hips/Leg"})
+        addConstraint(graph, joint);
+    graph.createGround();
+}
+
+MapMetadata readFile(const std::string& file)
+{
+    Archive archive;
+    MapMetadata top;
+    if (archive.readFromFile(file))
+        archive >> top;
+    return top;
+}
+
+std::vector<std::string> pathsOfType(const ZentoSceneGraph& graph, int typeId)
+{
+    std::vector<std::string> paths;
+    for (const auto& entry : graph.nodes)
+        if (entry.second->typeId() == typeId)
+            paths.push_back(entry.first.string());
+    return paths;
+}
+
+} // namespace
+
+TEST(RagdollFile, BodiesAndConstraintsAreKeyedByJointNames)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    buildRagdoll(graph);
+    ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
+    const MapMetadata top = readFile(dir.file("doll.zentoragdoll"));
+    const auto bodies = top.typedEntryAs<MapMetadata>("rigidBodies");
+    const auto constraints = top.typedEntryAs<MapMetadata>("constraints");
+    ASSERT_NE(bodies, nullptr);
+    ASSERT_NE(constraints, nullptr);
+    EXPECT_EQ(bodies->getKeys(), (std::vector<std::string>{"Hips", "Leg", "Neck", "Spine"})) << "no ground";
+    // Neck's parent body is two joints up: Chest has none and does not appear.
+    EXPECT_EQ(constraints->getKeys(), (std::vector<std::string>{"HipsToLeg", "HipsToSpine", "SpineToNeck"}));
+
+    const auto neck = constraints->typedEntryAs<MapMetadata>("SpineToNeck");
+    EXPECT_EQ(neck->typedEntry<std::string>("parent")->get(), "Spine");
+    EXPECT_EQ(neck->typedEntry<std::string>("children")->get(), "Neck");
+    const auto drives = neck->typedEntryAs<ArrayMetadata>("cDrive");
+    ASSERT_NE(drives, nullptr);
+    ASSERT_EQ(drives->get().size(), 6u);
+    const auto swing = std::static_pointer_cast<MapMetadata>(drives->get()[3]);
+    EXPECT_EQ(swing->typedEntry<double>("stiffness")->get(), 120.5);
+    EXPECT_TRUE(std::static_pointer_cast<MapMetadata>(drives->get()[4])->typedEntry<bool>("enable")->get());
+
+    // "matrix": the constraint in the parent body's space.
+    const auto constraintNode = graph.node("/Skeleton/Hips/Spine/Chest/Neck/Neck_RBC");
+    const auto spineBody = graph.node("/Skeleton/Hips/Spine/Spine_RB");
+    EXPECT_TRUE(neck->typedEntry<Imath::M44d>("matrix")->get().equalWithAbsError(
+        constraintNode->worldMatrix() * matrixInverse(spineBody->worldMatrix()), 1e-12));
+}
+
+TEST(RagdollFile, TheExtractedPoseIsCrossedAsTheRuntimeReadsIt)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    addJoint(graph, "/Root", Imath::V3d(0, 0, 0));
+    auto body = std::make_shared<RigidBodyNode>(NodePath("/Root/Root_RB"));
+    body->translation = Imath::V3d(1, 2, 3);
+    graph.addNode(body, "/Root");
+    auto offset = std::make_shared<RigidBodyNode>(NodePath("/Root/Other/Other_RB"));
+    addJoint(graph, "/Root/Other", Imath::V3d(0, 0, 0));
+    offset->translation = Imath::V3d(5, 0, 0);
+    graph.addNode(offset, "/Root/Other");
+    ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
+
+    const auto bodies = readFile(dir.file("doll.zentoragdoll")).typedEntryAs<MapMetadata>("rigidBodies");
+    const auto root = bodies->typedEntryAs<MapMetadata>("Root");
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(root->typedEntry<Imath::V3d>("translation")->get(), Imath::V3d(1, 1, 1)) << "the scale";
+    EXPECT_EQ(root->typedEntry<Imath::V3d>("scale")->get(), Imath::V3d(1, 2, 3)) << "the translation";
+    EXPECT_EQ(root->typedEntry<Imath::M44d>("transform")->get(), body->worldMatrix());
+
+    Imath::M44d back;
+    back.setTranslation(Imath::V3d(-5, 0, 0));
+    EXPECT_TRUE(bodies->typedEntryAs<MapMetadata>("Other")->typedEntry<Imath::M44d>("jointOffset")->get().equalWithAbsError(back, 1e-12));
+}
+
+TEST(RagdollFile, ExportThenImportOnTheSameSkeletonGivesEverythingBack)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    buildRagdoll(graph);
+    std::map<std::string, Imath::M44d> worlds;
+    std::map<std::string, MapMetadata> attributes;
+    for (int type : {RigidBodyNode::kTypeId, ConstraintNode::kTypeId}) {
+        for (const std::string& path : pathsOfType(graph, type)) {
+            worlds[path] = graph.node(path)->worldMatrix();
+            attributes[path] = graph.node(path)->attributes;
+        }
+    }
+    ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
+
+    // Take the ragdoll off the skeleton, the ground aside.
+    std::vector<std::string> ragdoll;
+    for (const auto& entry : worlds)
+        if (entry.first != "/Ground")
+            ragdoll.push_back(entry.first);
+    graph.removeNodes(ragdoll);
+    ASSERT_EQ(pathsOfType(graph, ConstraintNode::kTypeId).size(), 0u);
+
+    const std::vector<std::string> made = RagdollFile::loadRagdoll(graph, dir.file("doll.zentoragdoll"));
+    EXPECT_EQ(made, (std::vector<std::string>{"/Skeleton/Hips/Hips_RB", "/Skeleton/Hips/Leg/Leg_RB",
+                                              "/Skeleton/Hips/Spine/Chest/Neck/Neck_RB", "/Skeleton/Hips/Spine/Spine_RB",
+                                              "/Skeleton/Hips/Leg/Leg_RBC", "/Skeleton/Hips/Spine/Spine_RBC",
+                                              "/Skeleton/Hips/Spine/Chest/Neck/Neck_RBC"}))
+        << "bodies first, each in key order";
+    for (const std::string& path : made) {
+        const auto node = graph.node(path);
+        ASSERT_NE(node, nullptr) << path;
+        EXPECT_TRUE(node->worldMatrix().equalWithAbsError(worlds[path], 1e-5)) << path;
+        // Every attribute the editor shows comes back; values pass through
+        // float on the way, so compare with float precision. (The pose keys
+        // the record also writes are the export's, not the node's.)
+        for (const std::string& key : node->attributeHints.typedEntryAs<TypedArrayMetadata<std::string>>("__list__")->get()) {
+            const auto expected = attributes[path].getEntry(key);
+            if (!expected)
+                continue; // a group header
+            const auto value = node->attributes.getEntry(key);
+            ASSERT_NE(value, nullptr) << path << " " << key;
+            EXPECT_TRUE(value->isEqual(expected.get(), 1e-5)) << path << " " << key << ": " << value->toString()
+                                                              << " vs " << expected->toString();
+        }
+    }
+    EXPECT_EQ(graph.node("/Skeleton/Hips/Spine/Spine_RB")->color, Imath::V4d(125 / 255.0, 203 / 255.0, 212 / 255.0, 1));
+    EXPECT_TRUE(RagdollFile::loadRagdoll(graph, dir.file("doll.zentoragdoll")).empty()) << "a second import adds nothing";
+}
+
+TEST(RagdollFile, SubstringNamesPropsAndMissingJoints)
+{
+    TemporaryDirectory dir;
+    {
+        // Arm and Arm2/Hand: "/Skeleton/Arm" is a substring of "/Skeleton/Arm2/Hand", so no prop.
+        ZentoSceneGraph source;
+        addJoint(source, "/Skeleton", Imath::V3d(0, 0, 0));
+        addJoint(source, "/Skeleton/Arm", Imath::V3d(1, 0, 0));
+        addJoint(source, "/Skeleton/Arm2", Imath::V3d(0, 1, 0));
+        addJoint(source, "/Skeleton/Arm2/Hand", Imath::V3d(0, 1, 0));
+        addBody(source, "/Skeleton/Arm", Imath::V3d(0, 0, 0));
+        addBody(source, "/Skeleton/Arm2/Hand", Imath::V3d(0, 0, 0));
+        auto constraint = addConstraint(source, "/Skeleton/Arm2/Hand");
+        // A prop constraint whose named parent body is gone walks up the tree instead: it finds no body and is left out.
+        constraint->attributes.typedEntry<std::string>("parentRigidBody")->set("/Skeleton/Arm/Arm_RB");
+        ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("arm.zentoragdoll")));
+        EXPECT_EQ(readFile(dir.file("arm.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->getKeys(),
+                  std::vector<std::string>{"ArmToHand"});
+
+        source.removeNodes(std::vector<std::string>{"/Skeleton/Arm/Arm_RB"});
+        ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("gone.zentoragdoll")));
+        EXPECT_TRUE(readFile(dir.file("gone.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->empty());
+    }
+    ZentoSceneGraph target;
+    addJoint(target, "/Skeleton", Imath::V3d(0, 0, 0));
+    addJoint(target, "/Skeleton/Arm", Imath::V3d(1, 0, 0));
+    addJoint(target, "/Skeleton/Arm2", Imath::V3d(0, 1, 0));
+    addJoint(target, "/Skeleton/Arm2/Hand", Imath::V3d(0, 1, 0));
+    const auto made = RagdollFile::loadRagdoll(target, dir.file("arm.zentoragdoll"));
+    ASSERT_EQ(made.size(), 3u);
+    const auto constraint = target.node("/Skeleton/Arm2/Hand/Hand_RBC");
+    ASSERT_NE(constraint, nullptr);
+    EXPECT_EQ(constraint->attributes.typedEntry<std::string>("parentRigidBody")->get(), "") << "found as a substring";
+
+    // A skeleton without the Arm joint: its body is skipped and so is the constraint naming it.
+    ZentoSceneGraph partial;
+    addJoint(partial, "/Skeleton", Imath::V3d(0, 0, 0));
+    addJoint(partial, "/Skeleton/Arm2", Imath::V3d(0, 1, 0));
+    addJoint(partial, "/Skeleton/Arm2/Hand", Imath::V3d(0, 1, 0));
+    EXPECT_EQ(RagdollFile::loadRagdoll(partial, dir.file("arm.zentoragdoll")), std::vector<std::string>{"/Skeleton/Arm2/Hand/Hand_RB"});
+}
+
+TEST(RagdollFile, EmptyScenesAndBadFiles)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    graph.createSolver();
+    ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("empty.zentoragdoll")));
+    const MapMetadata top = readFile(dir.file("empty.zentoragdoll"));
+    EXPECT_EQ(top.getKeys(), (std::vector<std::string>{"constraints", "rigidBodies"}));
+    EXPECT_TRUE(top.typedEntryAs<MapMetadata>("rigidBodies")->empty());
+
+    buildRagdoll(graph);
+    ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
+    ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
+    std::ifstream in(dir.file("doll.zentoragdoll"), std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::ofstream(dir.file("half.zentoragdoll"), std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+
+    ZentoSceneGraph skeleton;
+    addJoint(skeleton, "/Skeleton", Imath::V3d(0, 0, 0));
+    addJoint(skeleton, "/Skeleton/Hips", Imath::V3d(0, 1, 0));
+    const size_t before = skeleton.nodes.size();
+    for (const char* name : {"half.zentoragdoll", "scene.zento", "missing.zentoragdoll"})
+        EXPECT_TRUE(RagdollFile::loadRagdoll(skeleton, dir.file(name)).empty()) << name;
+    EXPECT_TRUE(RagdollFile::loadRagdoll(skeleton, dir.path()).empty());
+    EXPECT_EQ(skeleton.nodes.size(), before);
+    EXPECT_FALSE(RagdollFile::exportRagdoll(graph, dir.file("missing/doll.zentoragdoll")));
+}

@@ -1,0 +1,176 @@
+#include "Archive.h"
+#include "ArrayMetadata.h"
+#include "ConstraintNode.h"
+#include "JointNode.h"
+#include "MeshNode.h"
+#include "RagdollFile.h"
+#include "RigidBodyConstraintAttributes.h"
+#include "RigidBodyNode.h"
+#include "SceneFile.h"
+#include "SceneState.h"
+#include "SolverNode.h"
+#include "TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace ZentoCore;
+using Zento::RigidBodyConstraintAttributes;
+
+namespace {
+
+// A skeleton with odd names, a skin, bodies and constraints with changed
+// attributes, a hidden body, an inactive joint and a ground.
+void buildScene(ZentoSceneGraph& graph)
+{
+    graph.createSolver();
+    graph.node("/Solver")->attributes.typedEntry<int>("subSamples")->set(4);
+    auto root = addJoint(graph, "/Skeleton", Imath::V3d(0, 1, 0));
+    root->active = false;
+    addJoint(graph, "/Skeleton/mixamorig:Hips", Imath::V3d(0, 0.9, 0))->rotation =
+        Imath::Eulerd(0.1, -0.2, 0.3, Imath::Eulerd::ZYX);
+    addJoint(graph, "/Skeleton/mixamorig:Hips/Left Leg", Imath::V3d(0.2, -0.4, 0));
+    addJoint(graph, "/Skeleton/mixamorig:Hips/Left Leg/Foot", Imath::V3d(0, -0.4, 0.1));
+
+    auto body = std::make_shared<RigidBodyNode>(NodePath("/Skeleton/mixamorig:Hips/Left Leg/Left Leg_RB"));
+    body->attributes.typedEntry<double>("mass")->set(7.5);
+    body->attributes.typedEntry<Imath::V3d>("dimension")->set(Imath::V3d(0.1, 0.25, 0.1));
+    body->pivot = Imath::V3d(0, 0.2, 0);
+    body->visible = false;
+    body->color = RigidBodyNode::kColor;
+    graph.addNode(body, "/Skeleton/mixamorig:Hips/Left Leg");
+
+    auto constraint = std::make_shared<ConstraintNode>(NodePath("/Skeleton/mixamorig:Hips/Left Leg/Left Leg_RBC"));
+    constraint->attributes.typedEntry<int>("constraintType")->set(RigidBodyConstraintAttributes::D6);constraint->attributes.typedEntry<double>("driveSlerp_stiffness")->set(250.0);
+    constraint->rotation = Imath::Eulerd(0.0, 1.0, 0.5, Imath::Eulerd::YXZ);
+    graph.addNode(constraint, "/Skeleton/mixamorig:Hips/Left Leg");
+
+    graph.addNode(std::make_shared<TransformNode>(NodePath("/Skin")), "");
+    auto skin = std::make_shared<MeshNode>(NodePath("/Skin/Body"));
+    skin->geometryMap = std::make_shared<MapMetadata>();
+    auto geo = std::make_shared<MetadataImpl<ZentoUtils::Mesh>>();
+    geo->get().points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    geo->get().indices = {0, 1, 2, 3};
+    geo->get().counts = {4};
+    skin->geometryMap->insertEntry("geo", geo);
+    graph.addNode(skin, "/Skin");
+    graph.createGround();
+}
+
+std::string readText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeText(const std::string& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+} // namespace
+
+TEST(SceneFile, EveryNodeFieldAndAttributeRoundTrips)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph saved;
+    buildScene(saved);
+    const std::string file = dir.file("scene.zento");
+    ASSERT_TRUE(SceneFile::save(saved, file));
+
+    ZentoSceneGraph loaded;
+    addJoint(loaded, "/Old", Imath::V3d(1, 1, 1));
+    loaded.setSelection({"/Old"});
+    ASSERT_TRUE(SceneFile::load(loaded, file));
+    expectSameScene(capture(saved), capture(loaded), "loaded", false, 0.0);
+    EXPECT_EQ(loaded.node("/Old"), nullptr) << "the old scene is replaced";
+
+    const auto body = loaded.node("/Skeleton/mixamorig:Hips/Left Leg/Left Leg_RB");
+    EXPECT_FALSE(loaded.delegate().GetVisible(body->path)) << "a hidden body stays hidden";
+    const auto hips = loaded.node("/Skeleton/mixamorig:Hips");
+    EXPECT_EQ(hips->rotation.order(), Imath::Eulerd::ZYX);
+    EXPECT_EQ(hips->parent, loaded.node("/Skeleton").get());
+    const auto solver = loaded.node("/Solver");
+    EXPECT_FALSE(solver->active);
+    // Hints are the constructor's, never the file's.
+    EXPECT_NE(body->attributeHints.getEntry("__list__"), nullptr);
+}
+
+TEST(SceneFile, OnlyTheSolverSavesTwoKeys)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    graph.createSolver();
+    ASSERT_TRUE(SceneFile::save(graph, dir.file("empty.zento")));
+    Archive archive;
+    ASSERT_TRUE(archive.readFromFile(dir.file("empty.zento")));
+    MapMetadata top;
+    archive >> top;
+    EXPECT_EQ(top.getKeys(), (std::vector<std::string>{"/Solver", "version"}));
+
+    ZentoSceneGraph loaded;
+    ASSERT_TRUE(SceneFile::load(loaded, dir.file("empty.zento")));
+    EXPECT_EQ(loaded.nodePaths(), std::vector<std::string>{"/Solver"});
+}
+
+TEST(SceneFile, UnknownTypesAreDroppedAndTheirChildrenStay)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    buildScene(graph);
+    ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
+    Archive in;
+    ASSERT_TRUE(in.readFromFile(dir.file("scene.zento")));
+    MapMetadata top;
+    in >> top;
+    top.typedEntryAs<MapMetadata>("/Skeleton/mixamorig:Hips/Left Leg")->typedEntry<int>("typeId")->set(2);
+    top.typedEntry<int>("version")->set(2);
+    top.typedEntryAs<MapMetadata>("/Solver")->removeEntry("translation");
+    Archive out(top.memSize(), 0);
+    out << top;
+    ASSERT_TRUE(out.writeToFile(dir.file("edited.zento")));
+
+    ZentoSceneGraph loaded;
+    ASSERT_TRUE(SceneFile::load(loaded, dir.file("edited.zento")));
+    EXPECT_EQ(loaded.node("/Skeleton/mixamorig:Hips/Left Leg"), nullptr);
+    const auto foot = loaded.node("/Skeleton/mixamorig:Hips/Left Leg/Foot");
+    ASSERT_NE(foot, nullptr);
+    EXPECT_EQ(foot->parent, nullptr) << "its parent is gone: it stands at the top";
+    EXPECT_EQ(loaded.node("/Solver")->translation, Imath::V3d(0, 0, 0)) << "a missing key keeps the default";
+}
+
+TEST(SceneFile, ABadFileLeavesTheSceneExactlyAsItWas)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    buildScene(graph);
+    ASSERT_TRUE(SceneFile::save(graph, dir.file("good.zento")));
+    ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("ragdoll.zentoragdoll")));
+    const std::string good = readText(dir.file("good.zento"));
+    writeText(dir.file("truncated.zento"), good.substr(0, good.size() / 2));
+    std::string corrupted = good;
+    corrupted[corrupted.size() / 2] ^= 0x01;
+    writeText(dir.file("corrupted.zento"), corrupted);
+    writeText(dir.file("text.zento"), "not a scene\n");
+    writeText(dir.file("empty.zento"), "");
+
+    graph.setSelection({"/Skeleton"});
+    const SceneState before = capture(graph);
+    for (const char* name : {"truncated.zento", "corrupted.zento", "text.zento", "empty.zento", "missing.zento",
+                             "ragdoll.zentoragdoll", ""}) {
+        EXPECT_FALSE(SceneFile::load(graph, name[0] ? dir.file(name) : dir.path())) << name;
+        expectSameScene(before, capture(graph), name, true, 0.0);
+    }
+}
+
+TEST(SceneFile, AFailedSaveKeepsTheOldFile)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    buildScene(graph);
+    EXPECT_FALSE(SceneFile::save(graph, dir.file("missing/scene.zento")));
+    EXPECT_FALSE(SceneFile::save(graph, dir.path()));
+    ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"scene.zento"});
+}
