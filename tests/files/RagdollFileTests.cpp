@@ -38,7 +38,8 @@ std::shared_ptr<BaseNode> addConstraint(ZentoSceneGraph& graph, const std::strin
     const NodePath joint(jointPath);
     auto constraint = std::make_shared<ConstraintNode>(joint.appendChild(joint.name() + "_RBC"));
     constraint->rotation = Imath::Eulerd(0.0, 0.5, 0.25, Imath::Eulerd::XYZ);
-    constraint->attributes.typedEntry<int>("constraintType")->set(RigidBodyConstraintAttributes::D6);constraint->attributes.typedEntry<double>("driveSwing_stiffness")->set(120.5);
+    constraint->attributes.typedEntry<int>("constraintType")->set(RigidBodyConstraintAttributes::D6);
+    constraint->attributes.typedEntry<double>("driveSwing_stiffness")->set(120.5);
     constraint->attributes.typedEntry<bool>("driveTwist_enable")->set(true);
     graph.addNode(constraint, jointPath);
     return constraint;

@@ -42,7 +42,8 @@ void buildScene(ZentoSceneGraph& graph)
     graph.addNode(body, "/Skeleton/mixamorig:Hips/Left Leg");
 
     auto constraint = std::make_shared<ConstraintNode>(NodePath("/Skeleton/mixamorig:Hips/Left Leg/Left Leg_RBC"));
-    constraint->attributes.typedEntry<int>("constraintType")->set(RigidBodyConstraintAttributes::D6);constraint->attributes.typedEntry<double>("driveSlerp_stiffness")->set(250.0);
+    constraint->attributes.typedEntry<int>("constraintType")->set(RigidBodyConstraintAttributes::D6);
+    constraint->attributes.typedEntry<double>("driveSlerp_stiffness")->set(250.0);
     constraint->rotation = Imath::Eulerd(0.0, 1.0, 0.5, Imath::Eulerd::YXZ);
     graph.addNode(constraint, "/Skeleton/mixamorig:Hips/Left Leg");
 
