@@ -141,7 +141,7 @@ struct ZentoPhysx::Settings {
     bool kinematicKinematicFilter = true;
     bool staticKinematicFilter = true;
     unsigned int subSamples = 10;
-    short solverType = 0;
+    short solverType = PGS;
     Imath::V3d gravity{0.0, -9.81, 0.0};
     std::optional<double> solverOffsetSlop;
     std::optional<double> bounceThresholdVelocity;
@@ -221,7 +221,7 @@ struct ZentoPhysx::Scene {
         : dispatcher(&configuration),
           filter(settings)
     {
-        if (settings.solverType == 1)
+        if (settings.solverType == TGS)
             solver = std::make_unique<btNNCGConstraintSolver>();
         else
             solver = std::make_unique<btSequentialImpulseConstraintSolver>();

@@ -51,6 +51,9 @@ public:
     void setPvdTimeout(unsigned int timeout);
     // At most kMaxSubSamples, so that no setting can stall a frame.
     void setSubSamples(unsigned int subSamples);
+    // "solverType" of the solver node: the projected Gauss-Seidel or the
+    // temporal Gauss-Seidel solver.
+    enum SolverType : short { PGS, TGS };
     void setSolverType(short type);
     void setGravity(const Imath::V3d& gravity);
     // Bullet has no friction offset threshold nor CCD separation: no effect.
