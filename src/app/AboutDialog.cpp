@@ -32,7 +32,7 @@ AboutDialog::AboutDialog(QWidget* parent) : QDialog(parent)
 {
     setModal(true);
     resize(449, 374);
-    setWindowTitle("AboutDialog");
+    setWindowTitle(tr("About Zento Ragdoll Builder"));
 
     auto* layout = new QGridLayout(this);
     layout->addWidget(pictureLabel("abouts.png", this), 0, 0, 1, 2);

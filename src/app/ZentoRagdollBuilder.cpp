@@ -1,8 +1,13 @@
 #include "ZentoRagdollBuilder.h"
 
 #include "AboutDialog.h"
+#include "CharacterImport.h"
+#include "CreateNodesCommand.h"
 #include "DeleteNodesCommand.h"
+#include "MultiCommand.h"
 #include "Outliner.h"
+#include "RagdollFile.h"
+#include "SceneFile.h"
 #include "SelectionCommand.h"
 #include "Viewport.h"
 
@@ -11,6 +16,7 @@
 #include <QDebug>
 #include <QDockWidget>
 #include <QDoubleSpinBox>
+#include <QFileInfo>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -168,6 +174,7 @@ void Ui_ZentoRagdollBuilderClass::setupUi(QMainWindow* window)
     window->setMenuBar(menuBar);
     mainToolBar = new QToolBar(window);
     mainToolBar->setObjectName("mainToolBar");
+    mainToolBar->setAccessibleName("Main tool bar");
     window->addToolBar(Qt::TopToolBarArea, mainToolBar);
     statusBar = new QStatusBar(window);
     statusBar->setObjectName("statusBar");
@@ -199,6 +206,8 @@ void Ui_ZentoRagdollBuilderClass::retranslateUi(QMainWindow* window)
         if (*entry.shortcut)
             action->setShortcut(QKeySequence(translate(entry.shortcut)));
     }
+    // The title names the bar in the tool bars' context menu.
+    mainToolBar->setWindowTitle(translate("Main Tool Bar"));
     menuFile->setTitle(translate("File"));
     menuEdit->setTitle(translate("Edit"));
     menuHelp->setTitle(translate("Help"));
@@ -208,7 +217,7 @@ void Ui_ZentoRagdollBuilderClass::retranslateUi(QMainWindow* window)
     menuView->setTitle(translate("View"));
 }
 
-ZentoRagdollBuilder::ZentoRagdollBuilder(QWidget* parent) : QMainWindow(parent)
+ZentoRagdollBuilder::ZentoRagdollBuilder(QWidget* parent) : QMainWindow(parent), dialogs(std::make_unique<Dialogs>())
 {
     ui.setupUi(this);
 
@@ -234,15 +243,34 @@ ZentoRagdollBuilder::ZentoRagdollBuilder(QWidget* parent) : QMainWindow(parent)
     setCentralWidget(viewport);
     ui.centralWidget = viewport;
 
+    connect(ui.actionNew, SIGNAL(triggered()), this, SLOT(newFile()));
+    connect(ui.actionLoadScene, SIGNAL(triggered()), this, SLOT(openFile()));
+    connect(ui.actionSaveScene, SIGNAL(triggered()), this, SLOT(saveFile()));
     connect(viewport, SIGNAL(drawCompletedTime(int)), this, SLOT(updatedBarMsg(int)));
     connect(outliner, SIGNAL(selectionUpdated()), this, SLOT(outlineSelectionChanged()));
+    connect(ui.actionCreateRigidBody, SIGNAL(triggered()), this, SLOT(createRigidBody()));
+    connect(ui.actionCreateConstraint, SIGNAL(triggered()), this, SLOT(createConstraint()));
+    connect(ui.actionCreatePropConstraint, SIGNAL(triggered()), this, SLOT(createPropConstraint()));
+    connect(ui.actionLoadSkeleton, SIGNAL(triggered()), this, SLOT(loadSkeleton()));
+    connect(ui.actionLoadMesh, SIGNAL(triggered()), this, SLOT(loadMesh()));
+    connect(ui.actionLoadRagdoll, SIGNAL(triggered()), this, SLOT(loadRagdoll()));
+    connect(ui.actionExportRagdoll, SIGNAL(triggered()), this, SLOT(exportRagdoll()));
     connect(ui.actionAbout, SIGNAL(triggered()), this, SLOT(openAbout()));
+    connect(ui.actionCreateGround, SIGNAL(triggered()), this, SLOT(createGround()));
+    connect(ui.actionCopyAttributes, SIGNAL(triggered()), this, SLOT(copyAttributes()));
+    connect(ui.actionPasteDynamicAttributes, SIGNAL(triggered()), this, SLOT(pasteDynamicAttributes()));
+    connect(ui.actionPasteDriveAtttributes, SIGNAL(triggered()), this, SLOT(pasteDriveAtttributes()));
+    connect(ui.actionPaste, SIGNAL(triggered()), this, SLOT(pasteAttributes()));
     for (QAction* view : {ui.actionViewMesh, ui.actionViewRigidBodies, ui.actionViewConstraints, ui.actionViewSkeleton})
         connect(view, SIGNAL(triggered()), this, SLOT(viewAttributesChanged()));
+    connect(ui.actionHideSelected, SIGNAL(triggered()), this, SLOT(hideSelected()));
+    connect(ui.actionUnhideSelected, SIGNAL(triggered()), this, SLOT(unhideSelected()));
 
     ui.mainToolBar->setMovable(false);
     fillMainToolBar();
+    playbackTimer.setInterval(0);
     connect(ui.mainToolBar, SIGNAL(actionTriggered(QAction*)), this, SLOT(toolbarActionTriggered(QAction*)));
+    connect(&playbackTimer, &QTimer::timeout, this, &ZentoRagdollBuilder::advanceFrameForPlayback);
 
     updateNodeList();
 
@@ -306,14 +334,14 @@ bool ZentoRagdollBuilder::eventFilter(QObject* watched, QEvent* event)
     auto* keyEvent = static_cast<QKeyEvent*>(event);
     const int key = keyEvent->key();
     const Qt::KeyboardModifiers modifiers = keyEvent->modifiers();
+    const bool overScene = viewport->underMouse() || outliner->underMouse();
 
     if ((key == Qt::Key_Z || key == Qt::Key_Y) && modifiers == Qt::ControlModifier) {
-        if (key == Qt::Key_Z)
-            commandStack.undo();
-        else
-            commandStack.redo();
-        updateSelection();
-        updateNodeList();
+        undoOrRedo(key == Qt::Key_Z);
+        return true;
+    }
+    if (key == Qt::Key_H && (modifiers == Qt::ControlModifier || modifiers == Qt::ShiftModifier)) {
+        setSelectedVisible(modifiers == Qt::ShiftModifier);
         updateOutlineVisibility();
         return true;
     }
@@ -331,7 +359,14 @@ bool ZentoRagdollBuilder::eventFilter(QObject* watched, QEvent* event)
         viewport->keyPressEvent(keyEvent);
         return true;
     }
-    if ((key == Qt::Key_Delete || key == Qt::Key_Cancel) && (viewport->underMouse() || outliner->underMouse())) {
+    if ((key == Qt::Key_C || key == Qt::Key_V) && modifiers == Qt::ControlModifier && overScene) {
+        if (key == Qt::Key_C)
+            copyAttributes();
+        else
+            pasteAttributes();
+        return true;
+    }
+    if ((key == Qt::Key_Delete || key == Qt::Key_Cancel) && overScene) {
         const std::vector<std::string> selected = sceneGraph.selectedPaths();
         if (!selected.empty()) {
             commandStack.push(std::make_shared<DeleteNodesCommand>(&sceneGraph, selected));
@@ -341,6 +376,235 @@ bool ZentoRagdollBuilder::eventFilter(QObject* watched, QEvent* event)
         return true;
     }
     return QObject::eventFilter(watched, event);
+}
+
+void ZentoRagdollBuilder::undoOrRedo(bool undo)
+{
+    if (undo)
+        commandStack.undo();
+    else
+        commandStack.redo();
+    updateSelection();
+    updateNodeList();
+    updateOutlineVisibility();
+}
+
+QString ZentoRagdollBuilder::askExistingFile(const QString& title, const QString& filter)
+{
+    const QString file = dialogs->openFileName(this, title, filter);
+    return QFileInfo::exists(file) ? file : QString();
+}
+
+QString ZentoRagdollBuilder::askSaveName(const QString& title, const QString& filter, const QString& extension)
+{
+    QString file = dialogs->saveFileName(this, title, filter);
+    // Case-sensitive: "ragdoll.ZENTO" gets the extension all the same.
+    if (!file.isEmpty() && !file.endsWith(extension))
+        file += extension;
+    return file;
+}
+
+void ZentoRagdollBuilder::newFile()
+{
+    if (dialogs->askYesNo(this, tr("Warning: Scene not saved"), tr("Save changes to current scene")) && !saveFile())
+        return;
+    sceneGraph.removeNodes(sceneGraph.nodePaths());
+    sceneGraph.createSolver();
+    updateNodeList();
+    updateSelection();
+    viewport->homeCamera();
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::openFile()
+{
+    const QString file = askExistingFile(tr("Open Zento Scene"), tr("Zento (*.zento)"));
+    if (file.isEmpty())
+        return;
+    if (!SceneFile::load(sceneGraph, file.toStdString()))
+        dialogs->critical(this, tr("Error"), tr("Unable to open the scene!"));
+    updateNodeList();
+    viewport->frameAll();
+    viewport->updateGL();
+}
+
+bool ZentoRagdollBuilder::saveFile()
+{
+    const QString file = askSaveName(tr("Save Scene"), tr("Zento (*.zento)"), ".zento");
+    if (file.isEmpty())
+        return false;
+    if (!SceneFile::save(sceneGraph, file.toStdString())) {
+        dialogs->critical(this, tr("Error"), tr("Scene not saved!"));
+        return false;
+    }
+    dialogs->information(this, tr("Saved"), tr("The file has been saved."));
+    return true;
+}
+
+void ZentoRagdollBuilder::showImport(const std::vector<std::string>& paths, const std::string& error)
+{
+    if (paths.empty())
+        statusBar()->showMessage(QString::fromStdString(error), kImportMessageMilliseconds);
+    outliner->addNodes(paths);
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::loadSkeleton()
+{
+    const QString file = askExistingFile(tr("Open Zento Skeleton"),
+                                         tr("Zento Skeleton (*.zentoskel *.fbx *.usd *.usdc *.usda)"));
+    if (file.isEmpty())
+        return;
+    std::string error;
+    showImport(CharacterImport::loadSkeleton(sceneGraph, file.toStdString(), &error), error);
+}
+
+void ZentoRagdollBuilder::loadMesh()
+{
+    const QString file = askExistingFile(tr("Open Zento Mesh"), tr("Zento Mesh (*.geos *.fbx)"));
+    if (file.isEmpty())
+        return;
+    std::string error;
+    showImport(CharacterImport::loadMesh(sceneGraph, file.toStdString(), &error), error);
+}
+
+void ZentoRagdollBuilder::loadRagdoll()
+{
+    const QString file = askExistingFile(tr("Open Zento Ragdoll"), tr("Zento Ragdoll (*.zentoragdoll)"));
+    if (file.isEmpty())
+        return;
+    std::string error;
+    showImport(RagdollFile::loadRagdoll(sceneGraph, file.toStdString(), &error), error);
+}
+
+void ZentoRagdollBuilder::exportRagdoll()
+{
+    const QString file =
+        askSaveName(tr("Save Zento Ragdoll"), tr("Zento Ragdoll (*.zentoragdoll)"), ".zentoragdoll");
+    if (file.isEmpty())
+        return;
+    if (RagdollFile::exportRagdoll(sceneGraph, file.toStdString()))
+        dialogs->information(this, tr("Saved"), tr("The file has been saved."));
+    else
+        dialogs->critical(this, tr("Error"), tr("Zento ragdoll not saved!"));
+}
+
+bool ZentoRagdollBuilder::push(const std::shared_ptr<BaseCommand>& command)
+{
+    if (!command)
+        return false;
+    commandStack.push(command);
+    return true;
+}
+
+void ZentoRagdollBuilder::showCreated(const std::vector<std::string>& paths)
+{
+    sceneGraph.setSelection(paths);
+    updateNodeList();
+    updateSelection();
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::createRigidBody()
+{
+    std::vector<std::string> made;
+    // An empty command too: the selection is replaced whenever something was selected.
+    if (push(Authoring::createRigidBodies(sceneGraph, sceneGraph.selectedPaths(), made)))
+        showCreated(made);
+}
+
+void ZentoRagdollBuilder::createConstraint()
+{
+    std::vector<std::string> made;
+    if (push(Authoring::createConstraints(sceneGraph, sceneGraph.selectedPaths(), made)))
+        showCreated(made);
+}
+
+void ZentoRagdollBuilder::createPropConstraint()
+{
+    std::vector<std::string> made;
+    if (push(Authoring::createPropConstraint(sceneGraph, sceneGraph.selectedPaths(), made)))
+        showCreated(made);
+}
+
+void ZentoRagdollBuilder::createGround()
+{
+    const std::vector<std::string> names = sceneGraph.createGround();
+    outliner->addNodes(names);
+    sceneGraph.setSelection(names);
+    updateSelection();
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::copyAttributes()
+{
+    Authoring::copyAttributes(sceneGraph, sceneGraph.selectedPaths(), clipboard);
+}
+
+void ZentoRagdollBuilder::paste(Authoring::PasteFilter filter)
+{
+    push(Authoring::pasteAttributes(sceneGraph, sceneGraph.selectedPaths(), clipboard, filter));
+    updateSelection();
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::pasteAttributes()
+{
+    paste(Authoring::PasteFilter::All);
+}
+
+void ZentoRagdollBuilder::pasteDynamicAttributes()
+{
+    paste(Authoring::PasteFilter::Dynamics);
+}
+
+void ZentoRagdollBuilder::pasteDriveAtttributes()
+{
+    paste(Authoring::PasteFilter::Drives);
+}
+
+void ZentoRagdollBuilder::setSelectedVisible(bool visible)
+{
+    push(Authoring::setVisible(sceneGraph, sceneGraph.selectedPaths(), visible));
+    updateOutlineVisibility();
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::hideSelected()
+{
+    setSelectedVisible(false);
+}
+
+void ZentoRagdollBuilder::unhideSelected()
+{
+    setSelectedVisible(true);
+}
+
+void ZentoRagdollBuilder::startPlayback(bool start)
+{
+    if (start) {
+        sceneGraph.startSimulation();
+        // The simulation clears the selection: the docks should not show the old one.
+        updateSelection();
+        pacer.start();
+        playbackTimer.start();
+    } else {
+        playbackTimer.stop();
+        sceneGraph.stopSimulation();
+    }
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::advanceFrameForPlayback()
+{
+    pacer.pace();
+    sceneGraph.stepSimulation();
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::refreshViewport()
+{
+    viewport->updateGL();
 }
 
 void ZentoRagdollBuilder::updatedBarMsg(int value)
@@ -378,14 +642,35 @@ void ZentoRagdollBuilder::toolbarActionTriggered(QAction* action)
     qDebug() << action->text();
     if (syncingToolbar)
         return;
+    // The main tool bar's own actions, by their text.
+    static const std::pair<const char*, void (ZentoRagdollBuilder::*)()> kButtons[] = {
+        {"New Scene", &ZentoRagdollBuilder::newFile},
+        {"Load Scene", &ZentoRagdollBuilder::openFile},
+        {"Load Skeleton", &ZentoRagdollBuilder::loadSkeleton},
+        {"Load Mesh", &ZentoRagdollBuilder::loadMesh},
+        {"Load Ragdoll", &ZentoRagdollBuilder::loadRagdoll},
+        {"Export ragdoll", &ZentoRagdollBuilder::exportRagdoll},
+        {"Create RigidBody", &ZentoRagdollBuilder::createRigidBody},
+        {"Create Constraint", &ZentoRagdollBuilder::createConstraint},
+        {"Create Prop Constraint", &ZentoRagdollBuilder::createPropConstraint},
+        {"Create Ground", &ZentoRagdollBuilder::createGround},
+    };
+    const QString text = action->text();
+    for (const auto& button : kButtons)
+        if (text == button.first)
+            (this->*button.second)();
+    if (text == "Save Scene")
+        saveFile();
+    if (text == "Simulate")
+        startPlayback(action->isChecked());
     for (const WireframeSwitch& wireframe : kWireframeSwitches) {
-        if (action->text() == wireframe.text) {
+        if (text == wireframe.text) {
             sceneGraph.*wireframe.flag = action->isChecked();
             viewport->updateGL();
         }
     }
     for (const ToolKey& tool : kToolKeys) {
-        if (action->text() == tool.text) {
+        if (text == tool.text) {
             QKeyEvent keyEvent(QEvent::KeyRelease, tool.key, Qt::NoModifier, QString(), false, 1);
             viewport->keyPressEvent(&keyEvent);
         }

@@ -1,13 +1,19 @@
 #pragma once
 
+#include "Authoring.h"
 #include "CommandStack.h"
+#include "Dialogs.h"
+#include "FramePacer.h"
 #include "ZentoSceneGraph.h"
 
 #include <QMainWindow>
 #include <QPointer>
+#include <QTimer>
 
+#include <memory>
 #include <string>
 
+class BaseCommand;
 class Outliner;
 class QAction;
 class QActionGroup;
@@ -81,6 +87,14 @@ public:
     ZentoSceneGraph sceneGraph;
     CommandStack commandStack;
     QDoubleSpinBox* jointSizeSpinBox = nullptr;
+    // Fires as often as the event loop is free while "Simulate" is checked;
+    // the pacer holds the frames to 30 a second.
+    QTimer playbackTimer;
+    FramePacer pacer;
+    // The attributes of the last copy; it outlives a new scene.
+    Authoring::Clipboard clipboard;
+    // Where the window asks for file names and answers; tests put their own in.
+    std::unique_ptr<Dialogs> dialogs;
     QToolBar* viewportToolBar = nullptr;
     QAction* selectAction = nullptr;
     QAction* translateAction = nullptr;
@@ -89,21 +103,58 @@ public:
     // True while the key filter checks a tool action, so that the tool bar does not act again.
     bool syncingToolbar = false;
 
-private slots:
+    // How long the status bar shows why an import brought nothing, in milliseconds.
+    static constexpr int kImportMessageMilliseconds = 6000;
+
+public slots:
+    void openFile();
+    void newFile();
+    bool saveFile();
     void updatedBarMsg(int value);
     void outlineSelectionChanged();
     void updateSelection();
     void updateAttributeEditor(std::string nodeName);
     void toolbarActionTriggered(QAction* action);
     void updateNodeList();
+    void refreshViewport();
+    void advanceFrameForPlayback();
     void jointSizeChanged(double size);
+    void createRigidBody();
+    void createConstraint();
+    void createPropConstraint();
+    void loadSkeleton();
+    void loadMesh();
+    void loadRagdoll();
+    void exportRagdoll();
     void openAbout();
+    void createGround();
+    void copyAttributes();
+    void pasteDynamicAttributes();
+    void pasteDriveAtttributes();
+    void pasteAttributes();
     void viewAttributesChanged();
+    void hideSelected();
+    void unhideSelected();
     void updateOutlineVisibility();
 
 private:
     void fillMainToolBar();
     void createViewportToolBar();
+    // The file the user picks to open, or empty when it does not exist (after Cancel).
+    QString askExistingFile(const QString& title, const QString& filter);
+    // The name to save under, with the extension added when missing; empty after Cancel.
+    QString askSaveName(const QString& title, const QString& filter, const QString& extension);
+    // Brings the new rows of an import into the outliner, or says in the status
+    // bar why nothing came.
+    void showImport(const std::vector<std::string>& paths, const std::string& error);
+    // Pushes a command the model built, when it built one.
+    bool push(const std::shared_ptr<BaseCommand>& command);
+    // Selects what a creation made and brings every widget up to date.
+    void showCreated(const std::vector<std::string>& paths);
+    void paste(Authoring::PasteFilter filter);
+    void setSelectedVisible(bool visible);
+    void undoOrRedo(bool undo);
+    void startPlayback(bool start);
 
     QLineEdit* mAttributeNodeName = nullptr;
 };

@@ -3,6 +3,7 @@
 #include "StringUtils.h"
 
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -50,6 +51,21 @@ Outliner::Outliner(QWidget* parent) : QDockWidget(parent)
     setWindowTitle("Hierarchy");
     setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
     connect(treeWidget, SIGNAL(itemSelectionChanged()), this, SLOT(selectionChanged()));
+    treeWidget->installEventFilter(this);
+}
+
+bool Outliner::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == treeWidget && event->type() == QEvent::KeyPress) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        const bool typed = !key->text().isEmpty() && key->text().at(0).isLetterOrNumber();
+        if (typed && !(key->modifiers() & (Qt::ControlModifier | Qt::AltModifier))) {
+            // Ignored, the press travels on to the window like any unused key.
+            event->ignore();
+            return true;
+        }
+    }
+    return QDockWidget::eventFilter(watched, event);
 }
 
 void Outliner::setupUi(QWidget* widget)

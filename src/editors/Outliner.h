@@ -32,6 +32,10 @@ public:
     // Every path added and not removed, in the order of adding.
     std::vector<std::string> names;
 
+    // Keeps letters and digits from the tree's type-to-search: they are the
+    // window's shortcuts, which act when the key is let go.
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 signals:
     void selectionUpdated();
 

@@ -1,6 +1,7 @@
 #include "RagdollFile.h"
 
 #include "Archive.h"
+#include "LoaderFiles.h"
 #include "ArrayMetadata.h"
 #include "ConstraintNode.h"
 #include "MathUtils.h"
@@ -203,17 +204,17 @@ bool exportRagdoll(const ZentoSceneGraph& graph, const std::string& file)
     return archive.good() && archive.writeToFile(file);
 }
 
-std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& file)
+std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& file, std::string* error)
 {
     std::vector<std::string> made;
     MapMetadata top;
-    Archive archive;
-    if (!archive.readFromFile(file))
+    if (!Zento::readArchiveMap(file, top, error))
         return made;
-    archive >> top;
     const auto bodies = top.typedEntryAs<MapMetadata>("rigidBodies");
-    if (!archive.good() || !bodies)
+    if (!bodies) {
+        Zento::setError(error, "\"" + file + "\" is no ragdoll file: it holds no rigid bodies");
         return made;
+    }
     for (const auto& entry : *bodies)
         if (const auto values = bodies->typedEntryAs<MapMetadata>(entry.first))
             if (const std::shared_ptr<BaseNode> body = makeBody(graph, entry.first, *values))
@@ -223,6 +224,9 @@ std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& 
             if (const auto values = constraints->typedEntryAs<MapMetadata>(entry.first))
                 if (const std::shared_ptr<BaseNode> constraint = makeConstraint(graph, *values))
                     made.push_back(constraint->path.string());
+    if (made.empty())
+        Zento::setError(error, "Nothing of \"" + file + "\" was added: no joint of the scene bears the name of one "
+                               "of its bodies, or each has its body already");
     return made;
 }
 

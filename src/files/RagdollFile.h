@@ -17,7 +17,8 @@ bool exportRagdoll(const ZentoSceneGraph& graph, const std::string& file);
 
 // Makes the bodies and constraints of the file that the scene lacks, on the
 // joints of the same short names; what exists stays. Returns the new paths,
-// bodies first; nothing for a file that cannot be read or is no ragdoll.
-std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& file);
+// bodies first; nothing, with the reason in error, for a file that cannot be
+// read, is no ragdoll, or adds nothing to this scene.
+std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& file, std::string* error = nullptr);
 
 } // namespace RagdollFile

@@ -251,7 +251,7 @@ TEST(MainWindow, AboutDialogShowsTheProductAndItsCredits)
 {
     guiApplication();
     AboutDialog dialog;
-    EXPECT_EQ(dialog.windowTitle(), "AboutDialog");
+    EXPECT_EQ(dialog.windowTitle(), "About Zento Ragdoll Builder");
     EXPECT_EQ(dialog.size(), QSize(449, 374));
     EXPECT_TRUE(dialog.isModal());
     const QString credits = dialog.findChild<QTextBrowser*>()->toPlainText();
