@@ -8,6 +8,8 @@
 #include "TemporaryDirectory.h"
 #include "ZentoRagdollBuilder.h"
 
+#include <Imath/ImathBoxAlgo.h>
+
 #include <QStatusBar>
 #include <QToolBar>
 #include <QTreeWidget>
@@ -85,6 +87,16 @@ double lowestBody(const ZentoSceneGraph& graph, const std::vector<std::string>& 
     return lowest;
 }
 
+// The world box of the meshes at and below the path.
+Imath::Box3d worldBounds(const ZentoSceneGraph& graph, const std::string& root)
+{
+    Imath::Box3d bounds;
+    for (const auto& entry : graph.nodes)
+        if (entry.first.hasPrefix(ZentoCore::NodePath(root)) && !graph.delegate().GetExtent(entry.first).isEmpty())
+            bounds.extendBy(Imath::transform(graph.delegate().GetExtent(entry.first), graph.delegate().GetTransform(entry.first)));
+    return bounds;
+}
+
 double meanHeight(const ZentoSceneGraph& graph, const std::vector<std::string>& bodies)
 {
     double sum = 0.0;
@@ -117,6 +129,15 @@ TEST(AuthoringWindow, TheWholeJobOnARealSkeletonAndSkin)
         feet = std::min(feet, window.sceneGraph.node(joint)->worldMatrix().translation().y);
     window.sceneGraph.node("/Ground")->translation.y = feet - 1.0;
     window.sceneGraph.updateMatrix("/Ground");
+    // The skin is of another size: scaled to the skeleton and stood beside it.
+    const Imath::Box3d skin = worldBounds(window.sceneGraph, "/Skin");
+    const Imath::Box3d skeleton = worldBounds(window.sceneGraph, "/Skeleton");
+    const double fit = (skeleton.max.y - skeleton.min.y) / (skin.max.y - skin.min.y);
+    const auto skinRoot = window.sceneGraph.node("/Skin");
+    skinRoot->scale = Imath::V3d(fit);
+    skinRoot->translation = Imath::V3d(skeleton.max.x + 2.0 - skin.min.x * fit, feet - 1.0 - skin.min.y * fit,
+                                       skeleton.center().z - skin.center().z * fit);
+    window.sceneGraph.updateMatrix("/Skin");
 
     // Bodies on every joint, then constraints on every body: four steps.
     shown.selectInOutliner(joints);

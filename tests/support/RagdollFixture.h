@@ -76,7 +76,7 @@ inline Ragdoll addRagdoll(ZentoSceneGraph& graph)
         body->attributes.typedEntry<Imath::V3d>("dimension")->set(Imath::V3d(0.1 * length, 0.25 * length, 0.0));
         graph.addNode(body, joint->path.string());
         ragdoll.bodies.push_back(body);
-        if (!joint->parent || joint->parent->typeId() != 1)
+        if (!joint->parent || joint->parent->typeId() != JointNode::kTypeId)
             continue;
         auto constraint = std::make_shared<ConstraintNode>(joint->path.appendChild(name + "_RBC"));
         constraint->rotation = body->rotation;
