@@ -21,6 +21,10 @@ namespace {
 
 constexpr double kNear = 0.01;
 constexpr double kFar = 100000.0;
+// A step towards the centre covers at most nine tenths of the way: a wheel
+// burst or a long drag step (500 pixels and more) would otherwise give a
+// factor of zero or below and put the camera on or past its centre.
+constexpr double kMinimumDollyFactor = 0.1;
 
 QSurfaceFormat viewportFormat()
 {
@@ -234,7 +238,7 @@ void Viewport::dolly(double amount)
     const double distance = frustum.viewDistance();
     double newDistance = distance;
     if (frustum.projection() == Frustum::Projection::Perspective) {
-        const double factor = amount * -0.002 + 1.0;
+        const double factor = std::max(amount * -0.002 + 1.0, kMinimumDollyFactor);
         // Close to the centre a step away is capped; a step towards it stays proportional.
         if (factor > 1.0 && distance < 2.0)
             newDistance = distance + std::min(factor - 1.0, distance / 10.0 / 25.0);

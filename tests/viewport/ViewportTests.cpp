@@ -237,3 +237,25 @@ TEST(Viewport, TheMarqueeIsAWhiteRectangleWhileTheSelectToolDrags)
     EXPECT_EQ(countPixels(shown.frame(), isWhite), 0);
     QTest::mouseEvent(QTest::MouseRelease, window, Qt::LeftButton, Qt::NoModifier, QPoint(200, 150));
 }
+
+TEST(Viewport, NoDollyStepTakesTheCameraPastItsCentre)
+{
+    ShownViewport shown;
+    addBody(shown.graph, "/Body", Imath::V3d(0.0));
+    shown.frame();
+    const ZentoCore::Frustum& frustum = shown.viewport.frustum;
+    const Imath::V3d view = frustum.computeViewDirection();
+    const auto expectInFrontOfTheBody = [&](const char* step) {
+        EXPECT_GT(frustum.viewDistance(), 0.0) << step;
+        expectNear(frustum.position() + frustum.computeViewDirection() * frustum.viewDistance(), Imath::V3d(0.0),
+                   1e-9);
+        expectNear(frustum.computeViewDirection(), view);
+        EXPECT_GT(countPixels(shown.frame(), isBodyLike), 0) << step;
+    };
+    // A fast flick of the wheel arrives as one event of many notches.
+    wheel(shown.viewport, 120 * 40);
+    expectInFrontOfTheBody("wheel burst");
+    // A long Alt+right drag step: dx + dy of 510 pixels.
+    drag(shown.viewport, Qt::RightButton, Qt::AltModifier, QPoint(10, 10), QPoint(300, 230));
+    expectInFrontOfTheBody("drag step");
+}
