@@ -2,8 +2,9 @@
 
 #include <QOpenGLFunctions_4_3_Core>
 
-// The offscreen framebuffer in which a frame is composed (RGBA colour, 24-bit
-// depth with stencil, no multisampling) before it is blitted to the widget.
+// The offscreen framebuffer in which a frame is composed (RGBA colour, 32-bit
+// floating-point depth (see DepthRange), no multisampling) before it is
+// blitted to the widget.
 class DrawTarget {
 public:
     DrawTarget() = default;

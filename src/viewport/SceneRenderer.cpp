@@ -134,9 +134,10 @@ SceneRenderer::~SceneRenderer()
     release();
 }
 
-void SceneRenderer::initialize(QOpenGLFunctions_4_3_Core* gl)
+void SceneRenderer::initialize(QOpenGLFunctions_4_3_Core* gl, const DepthRange& depth)
 {
     mGl = gl;
+    mDepth = &depth;
     if (!mProgram)
         mProgram = buildGlProgram(gl, kVertexSource, kFragmentSource);
 }
@@ -351,7 +352,8 @@ void SceneRenderer::setFrameState(const Imath::M44d& viewMatrix, const Imath::M4
 {
     mGl->glUseProgram(mProgram);
     // Row vectors in Imath read as column vectors in GLSL: no transposing.
-    mGl->glUniformMatrix4fv(kProjectionMatrix, 1, GL_FALSE, Imath::M44f(projectionMatrix).getValue());
+    const Imath::M44f projection(mDepth->projection(projectionMatrix));
+    mGl->glUniformMatrix4fv(kProjectionMatrix, 1, GL_FALSE, projection.getValue());
     for (int i = 0; i < 2; ++i) {
         Imath::V3d direction;
         viewMatrix.multDirMatrix(kTowardsLights[i], direction);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DepthRange.h"
 #include "NodePath.h"
 
 #include <Imath/ImathMatrix.h>
@@ -33,11 +34,13 @@ public:
     SceneRenderer& operator=(const SceneRenderer&) = delete;
 
     // When the shaders do not build (the driver's log goes to the warning stream), nothing is drawn.
-    void initialize(QOpenGLFunctions_4_3_Core* gl);
+    // Projections go through depth, which must outlive the renderer.
+    void initialize(QOpenGLFunctions_4_3_Core* gl, const DepthRange& depth);
     // Deletes every GL object; the next frame uploads everything again.
     void release();
 
-    // Expects depth test and blending on, and the target bound.
+    // Expects depth test and blending on, and the target bound. The
+    // projection is the frustum's own, in OpenGL clip space.
     void render(ZentoSceneGraph& graph, const Imath::M44d& viewMatrix, const Imath::M44d& projectionMatrix);
 
     // Whether the path has a mesh on the GPU.
@@ -91,6 +94,7 @@ private:
     void draw(const GpuMesh& mesh, bool wire, bool selected, const Imath::M44f& viewMatrix);
 
     QOpenGLFunctions_4_3_Core* mGl = nullptr;
+    const DepthRange* mDepth = nullptr;
     GLuint mProgram = 0;
     std::map<ZentoCore::NodePath, GpuMesh> mMeshes;
 };

@@ -259,8 +259,9 @@ void Viewport::initializeGL()
     }
     // A context that goes away (the widget moved to another window) takes our objects with it.
     connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &Viewport::releaseGl, Qt::UniqueConnection);
-    mSceneRenderer.initialize(mGl);
-    mOverlays.initialize(mGl);
+    mDepthRange.initialize(context(), mGl);
+    mSceneRenderer.initialize(mGl, mDepthRange);
+    mOverlays.initialize(mGl, mDepthRange);
     mDrawTarget.initialize(mGl);
     if (mSceneGraph && !mSceneGraph->node("/Solver"))
         mSceneGraph->createSolver();
@@ -298,9 +299,10 @@ void Viewport::paintGL()
     mDrawTarget.setSize(pixelWidth, pixelHeight);
     mDrawTarget.bind();
     mGl->glViewport(0, 0, pixelWidth, pixelHeight);
+    mDepthRange.begin();
     mGl->glEnable(GL_DEPTH_TEST);
     const GLfloat background[4] = {0.6f, 0.6f, 0.6f, 1.0f};
-    const GLfloat farDepth = 1.0f;
+    const GLfloat farDepth = mDepthRange.farDepth();
     mGl->glClearBufferfv(GL_COLOR, 0, background);
     mGl->glClearBufferfv(GL_DEPTH, 0, &farDepth);
     mGl->glEnable(GL_BLEND);
@@ -327,6 +329,7 @@ void Viewport::paintGL()
     mGl->glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     mOverlays.drawGrid(frustum);
     mOverlays.drawCornerAxes(frustum, pixelHeight);
+    mDepthRange.end();
 
     mDrawTarget.blitTo(widgetFramebuffer);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DepthRange.h"
 #include "DrawTarget.h"
 #include "Frustum.h"
 #include "OverlayRenderer.h"
@@ -82,6 +83,7 @@ private:
     bool mPanning = false;
     bool mDollying = false;
     QOpenGLFunctions_4_3_Core* mGl = nullptr;
+    DepthRange mDepthRange;
     SceneRenderer mSceneRenderer;
     OverlayRenderer mOverlays;
     DrawTarget mDrawTarget;
