@@ -34,7 +34,7 @@ void DrawTarget::setSize(int width, int height)
     mHeight = height;
     mGl->glGenRenderbuffers(1, &mColor);
     mGl->glBindRenderbuffer(GL_RENDERBUFFER, mColor);
-    mGl->glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, mWidth, mHeight);
+    mGl->glRenderbufferStorage(GL_RENDERBUFFER, mColorFormat, mWidth, mHeight);
     mGl->glGenRenderbuffers(1, &mDepth);
     mGl->glBindRenderbuffer(GL_RENDERBUFFER, mDepth);
     mGl->glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT32F, mWidth, mHeight);

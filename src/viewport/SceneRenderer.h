@@ -46,9 +46,10 @@ public:
     // Whether the path has a mesh on the GPU.
     bool hasUploadedMesh(const ZentoCore::NodePath& path) const { return mMeshes.count(path) != 0; }
 
-    Statistics statistics;
+    // Where the hull arrays keep their vertex attributes.
+    enum HullAttribute : GLuint { kHullPosition = 0, kHullNormal = 1 };
 
-private:
+    // One prim on the GPU, as other passes (picking) draw it too.
     struct GpuMesh {
         // Shaded: every corner of every triangle with the normal of its face.
         GLuint hullArray = 0;
@@ -63,7 +64,13 @@ private:
         Imath::V4f color{1.0f, 1.0f, 1.0f, 1.0f};
         bool visible = true;
     };
+    // The meshes in path order, first brought in line with the delegate,
+    // whose dirty bits are then clear.
+    const std::map<ZentoCore::NodePath, GpuMesh>& upToDateMeshes(ZentoSceneDelegate& delegate);
 
+    Statistics statistics;
+
+private:
     // A visible prim of this frame: its mesh, the type bits of the nodes along
     // its path, and whether it is selected.
     struct Item {
@@ -79,8 +86,6 @@ private:
         unsigned int forbidden; // no bit of these may be
     };
 
-    // Brings the GPU meshes in line with the delegate and clears its dirty bits.
-    void sync(ZentoSceneDelegate& delegate);
     void upload(GpuMesh& gpu, const ZentoCore::NodePath& path, const ZentoSceneDelegate& delegate,
                 unsigned int dirtyBits);
     void uploadGeometry(GpuMesh& gpu, const ZentoCore::NodePath& path, const std::vector<Imath::V3f>& points,

@@ -23,15 +23,6 @@ void expectNear(const Imath::V3d& actual, const Imath::V3d& expected, double tol
     EXPECT_NEAR(actual.z, expected.z, tolerance);
 }
 
-// A drag through the window system, with the modifiers held on every event.
-void drag(Viewport& viewport, Qt::MouseButton button, Qt::KeyboardModifiers modifiers, QPoint from, QPoint to)
-{
-    QWindow* window = viewport.windowHandle();
-    QTest::mouseEvent(QTest::MousePress, window, button, modifiers, from);
-    QTest::mouseEvent(QTest::MouseMove, window, Qt::NoButton, modifiers, to);
-    QTest::mouseEvent(QTest::MouseRelease, window, button, modifiers, to);
-}
-
 bool isWhite(const QColor& c)
 {
     return c.red() > 250 && c.green() > 250 && c.blue() > 250;
@@ -42,10 +33,7 @@ const Imath::V3d kMarker(8.0, 0.0, 4.0);
 
 void addMarker(ZentoSceneGraph& graph)
 {
-    const auto ball = addBody(graph, "/Marker", kMarker);
-    ball->attributes.typedEntry<int>("type")->set(RigidBodyAttributes::Sphere);
-    ball->attributes.typedEntry<Imath::V3d>("dimension")->set(Imath::V3d(1.0, 1.0, 1.0));
-    graph.updateGeometry(ball->path);
+    addBody(graph, "/Marker", kMarker, RigidBodyAttributes::Sphere, Imath::V3d(1.0, 1.0, 1.0));
 }
 
 // Where a point lands, in pixels with y downwards, for a pinhole camera of 45
