@@ -3,8 +3,10 @@
 // constraints, the same with a skin of 200,000 triangles, and a frame of that
 // scene in which only the transforms of 20 bodies changed. The reference is
 // plain OpenGL in the same context: the same triangles, one flat-coloured
-// indexed draw per mesh, straight into the widget's framebuffer. Prints one
-// figure a line, the median of the timed frames.
+// indexed draw per mesh, straight into the widget's framebuffer. In the scene
+// with the skin, the latency of the scene graph's pick for a click and for a
+// marquee over the whole window, with its ratio to that scene's frame time.
+// Prints one figure a line, the median of the timed runs.
 
 #include "RagdollFixture.h"
 
@@ -21,6 +23,7 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace {
@@ -152,8 +155,13 @@ private:
     std::vector<Draw> mDraws;
 };
 
-// Our frame and the reference's, printed with their ratio; the reference's time is returned.
-double measureScene(const char* name, BenchViewport& viewport, ZentoSceneGraph& graph)
+struct SceneTimes {
+    double frame;
+    double rawGl;
+};
+
+// Our frame and the reference's, printed with their ratio.
+SceneTimes measureScene(const char* name, BenchViewport& viewport, ZentoSceneGraph& graph)
 {
     const double ours = medianMilliseconds([] {}, [&] { viewport.drawFinishedFrame(); });
     viewport.makeCurrent();
@@ -169,7 +177,15 @@ double measureScene(const char* name, BenchViewport& viewport, ZentoSceneGraph& 
     std::printf("frame_%s_ms %.2f\n", name, ours);
     std::printf("frame_%s_raw_gl_ms %.2f\n", name, raw);
     std::printf("frame_%s_ratio %.2f\n", name, ours / raw);
-    return raw;
+    return {ours, raw};
+}
+
+// A pick as the viewport makes it, over the rectangle of the whole window; the paths it found.
+std::vector<std::string> pick(BenchViewport& viewport, ZentoSceneGraph& graph, QPoint start, QPoint end,
+                              std::vector<Imath::V3f>* hitPoints)
+{
+    return graph.pick(viewport.frustum, Imath::V4d(0.0, 0.0, kWidth, kHeight), start, end,
+                      ZentoSceneGraph::HighlightModeLocate, hitPoints);
 }
 
 } // namespace
@@ -203,7 +219,28 @@ int main(int argc, char* argv[])
 
     // 250 rows of 400 quads, each cut into two triangles.
     RagdollFixture::addSkin(graph, Imath::V3d(0.0, -4.0, 0.0), Imath::V3d(14.0, 15.0, 4.0), 250, 400);
-    const double raw = measureScene("ragdoll_skin_200k", viewport, graph);
+    const SceneTimes skinned = measureScene("ragdoll_skin_200k", viewport, graph);
+    const double raw = skinned.rawGl;
+
+    // A click in the middle of the window, on the skin, and a marquee over all of it.
+    const QPoint middle(kWidth / 2, kHeight / 2);
+    std::vector<Imath::V3f> hitPoints;
+    std::vector<std::string> clicked;
+    const double click = medianMilliseconds([&] { hitPoints.clear(); },
+                                            [&] { clicked = pick(viewport, graph, middle, middle, &hitPoints); });
+    std::vector<std::string> everything;
+    const double marquee = medianMilliseconds(
+        [] {}, [&] { everything = pick(viewport, graph, QPoint(0, 0), QPoint(kWidth - 1, kHeight - 1), nullptr); });
+    std::printf("pick_click_ms %.2f\n", click);
+    std::printf("pick_click_ratio_to_frame %.2f\n", click / skinned.frame);
+    std::printf("pick_marquee_whole_window_ms %.2f\n", marquee);
+    std::printf("pick_marquee_whole_window_ratio_to_frame %.2f\n", marquee / skinned.frame);
+    std::printf("pick_marquee_whole_window_paths %zu\n", everything.size());
+    if (clicked.empty() || hitPoints.empty() || everything.size() <= clicked.size()) {
+        std::fprintf(stderr, "render_bench: the click found %zu paths, the marquee %zu\n", clicked.size(),
+                     everything.size());
+        return 1;
+    }
 
     const SceneRenderer::Statistics before = viewport.sceneRenderer().statistics;
     int frame = 0;

@@ -1,5 +1,6 @@
 #include "ZentoSceneGraph.h"
 
+#include "ConstraintNode.h"
 #include "RigidBodyAttributes.h"
 #include "RigidBodyNode.h"
 #include "SolverNode.h"
@@ -7,7 +8,10 @@
 #include <QDebug>
 
 #include <algorithm>
+#include <cstdlib>
+#include <limits>
 
+using ZentoCore::Frustum;
 using ZentoCore::MapMetadata;
 using ZentoCore::NodePath;
 
@@ -289,4 +293,80 @@ void ZentoSceneGraph::releaseBody()
 {
     if (SolverNode* simulation = solver())
         simulation->release();
+}
+
+namespace {
+
+// The pick's samples along one side: the rectangle's pixels, and at least 4.
+int pickResolution(int from, int to)
+{
+    const long long span = std::llabs(static_cast<long long>(from) - to);
+    return static_cast<int>(std::min<long long>(std::max(4LL, span), std::numeric_limits<int>::max()));
+}
+
+// The frustum's projection narrowed to the rectangle from start to end in a
+// view of width by height pixels, y downwards. The second corner lies one
+// pixel on, so that a click covers its own pixel. The corners are not sorted:
+// a rectangle dragged leftwards or upwards inverts the window, which still
+// covers the same pixels.
+Imath::M44d narrowedProjection(const Frustum& frustum, int width, int height, QPoint start, QPoint end)
+{
+    const double x0 = 2.0 * start.x() / width - 1.0;
+    const double y0 = 1.0 - 2.0 * start.y() / height;
+    const double x1 = (2.0 * end.x() + 2.0) / width - 1.0;
+    const double y1 = 1.0 - (2.0 * end.y() + 2.0) / height;
+    const Imath::V2d minimum = frustum.window().min;
+    const Imath::V2d size = frustum.window().max - minimum;
+    Frustum narrowed = frustum;
+    narrowed.setWindow(Imath::Box2d(
+        Imath::V2d(minimum.x + size.x * (x0 + 1.0) / 2.0, minimum.y + size.y * (y0 + 1.0) / 2.0),
+        Imath::V2d(minimum.x + size.x * (x1 + 1.0) / 2.0, minimum.y + size.y * (y1 + 1.0) / 2.0)));
+    return narrowed.computeProjectionMatrix();
+}
+
+// A viewport side as a pixel count; 0 for one without area, or not finite, or too large.
+int viewportSide(double side)
+{
+    return side >= 1.0 && side <= std::numeric_limits<int>::max() ? static_cast<int>(side) : 0;
+}
+
+} // namespace
+
+std::vector<ZentoCore::NodePath> ZentoSceneGraph::pickExclusions() const
+{
+    std::vector<NodePath> excluded;
+    if (meshWireframe || !showMesh)
+        excluded.emplace_back("/Skin");
+    const bool bodiesOut = rigidBodyWireframe || !showRigidBodies;
+    const bool constraintsOut = constraintWireframe || !showConstraints;
+    for (const auto& entry : nodes) {
+        const int type = entry.second->typeId();
+        if ((bodiesOut && type == RigidBodyNode::kTypeId) || (constraintsOut && type == ConstraintNode::kTypeId))
+            excluded.push_back(entry.first);
+    }
+    return excluded;
+}
+
+std::vector<std::string> ZentoSceneGraph::pick(const Frustum& frustum, const Imath::V4d& viewport, QPoint start,
+                                               QPoint end, int highlightMode, std::vector<Imath::V3f>* hitPoints)
+{
+    const std::lock_guard<std::mutex> lock(renderMutex);
+    const int width = viewportSide(viewport[2]);
+    const int height = viewportSide(viewport[3]);
+    std::vector<std::string> paths;
+    if (!mPicker || !width || !height || highlightMode < 0 || highlightMode >= HighlightModeCount)
+        return paths;
+
+    ScenePicker::Request request;
+    request.viewMatrix = frustum.computeViewMatrix();
+    request.projectionMatrix = narrowedProjection(frustum, width, height, start, end);
+    request.width = pickResolution(start.x(), end.x());
+    request.height = pickResolution(start.y(), end.y());
+    request.excluded = pickExclusions();
+    for (const ScenePicker::Hit& hit : mPicker->pickPrims(mDelegate, request)) {
+        paths.push_back(hit.path.string());
+        if (hitPoints)
+            hitPoints->push_back(hit.worldPoint);
+    }
+    return paths;
 }

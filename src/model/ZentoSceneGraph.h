@@ -1,10 +1,17 @@
 #pragma once
 
 #include "BaseNode.h"
+#include "Frustum.h"
+#include "ScenePicker.h"
 #include "ZentoSceneDelegate.h"
+
+#include <Imath/ImathVec.h>
+
+#include <QPoint>
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -17,6 +24,9 @@ class SolverNode;
 class ZentoSceneGraph {
 public:
     using NodeMap = ::NodeMap;
+
+    // The modes in which a pick reads its hits back; both give the same paths.
+    enum HighlightMode : int { HighlightModeSelect = 0, HighlightModeLocate = 1, HighlightModeCount = 2 };
 
     // Null for an unknown path or a text that is no valid path.
     std::shared_ptr<BaseNode> node(const std::string& path) const;
@@ -73,6 +83,20 @@ public:
     std::vector<std::string> selectedPaths() const { return mSelection; }
     void setSelection(const std::vector<std::string>& paths);
 
+    // The paths of the prims under the rectangle from start to end, in
+    // pixels of a view of viewport's size (x, y, width, height), y downwards,
+    // the end pixel included and either corner first: each path once, nearest
+    // first. What is drawn as wire or not at all cannot be picked: "/Skin"
+    // with meshWireframe or without showMesh, rigid bodies and constraints by
+    // their flags alike; joints always can. hitPoints, when given, gets the
+    // world point of each hit. Empty without a picker, for a viewport without
+    // area and for a mode that is none of HighlightMode's.
+    std::vector<std::string> pick(const ZentoCore::Frustum& frustum, const Imath::V4d& viewport, QPoint start,
+                                  QPoint end, int highlightMode, std::vector<Imath::V3f>* hitPoints);
+    // Not owned; null takes it out.
+    void setPicker(ScenePicker* picker) { mPicker = picker; }
+    ScenePicker* picker() const { return mPicker; }
+
     ZentoSceneDelegate& delegate() { return mDelegate; }
     const ZentoSceneDelegate& delegate() const { return mDelegate; }
 
@@ -89,7 +113,14 @@ public:
 
     bool simulating = false;
 
+    // Held through a frame and through a pick.
+    std::mutex renderMutex;
+
 private:
+    // What pick leaves out, by the wireframe and display flags.
+    std::vector<ZentoCore::NodePath> pickExclusions() const;
+
     ZentoSceneDelegate mDelegate;
+    ScenePicker* mPicker = nullptr;
     std::vector<std::string> mSelection;
 };

@@ -34,10 +34,10 @@ void DrawTarget::setSize(int width, int height)
     mHeight = height;
     mGl->glGenRenderbuffers(1, &mColor);
     mGl->glBindRenderbuffer(GL_RENDERBUFFER, mColor);
-    mGl->glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, mWidth, mHeight);
+    mGl->glRenderbufferStorage(GL_RENDERBUFFER, mColorFormat, mWidth, mHeight);
     mGl->glGenRenderbuffers(1, &mDepth);
     mGl->glBindRenderbuffer(GL_RENDERBUFFER, mDepth);
-    mGl->glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH24_STENCIL8, mWidth, mHeight);
+    mGl->glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT32F, mWidth, mHeight);
     mGl->glBindRenderbuffer(GL_RENDERBUFFER, 0);
 
     GLint previous = 0;
@@ -45,7 +45,7 @@ void DrawTarget::setSize(int width, int height)
     mGl->glGenFramebuffers(1, &mFramebuffer);
     mGl->glBindFramebuffer(GL_FRAMEBUFFER, mFramebuffer);
     mGl->glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, mColor);
-    mGl->glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_STENCIL_ATTACHMENT, GL_RENDERBUFFER, mDepth);
+    mGl->glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, mDepth);
     mGl->glBindFramebuffer(GL_FRAMEBUFFER, GLuint(previous));
 }
 

@@ -2,11 +2,13 @@
 
 #include <QOpenGLFunctions_4_3_Core>
 
-// The offscreen framebuffer in which a frame is composed (RGBA colour, 24-bit
-// depth with stencil, no multisampling) before it is blitted to the widget.
+// An offscreen framebuffer: one colour buffer of the format given and a
+// 32-bit floating-point depth buffer (see DepthRange), no multisampling. A
+// frame is composed in one (RGBA) before it is blitted to the widget; a pick
+// renders prim ids into another.
 class DrawTarget {
 public:
-    DrawTarget() = default;
+    explicit DrawTarget(GLenum colorFormat = GL_RGBA8) : mColorFormat(colorFormat) {}
     ~DrawTarget();
     DrawTarget(const DrawTarget&) = delete;
     DrawTarget& operator=(const DrawTarget&) = delete;
@@ -27,6 +29,7 @@ public:
 
 private:
     QOpenGLFunctions_4_3_Core* mGl = nullptr;
+    GLenum mColorFormat;
     GLuint mFramebuffer = 0;
     GLuint mColor = 0;
     GLuint mDepth = 0;

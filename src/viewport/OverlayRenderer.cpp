@@ -106,9 +106,10 @@ OverlayRenderer::~OverlayRenderer()
     release();
 }
 
-void OverlayRenderer::initialize(QOpenGLFunctions_4_3_Core* gl)
+void OverlayRenderer::initialize(QOpenGLFunctions_4_3_Core* gl, const DepthRange& depth)
 {
     mGl = gl;
+    mDepth = &depth;
     gl->glGenVertexArrays(1, &mVertexArray);
     if (!mOverlayProgram)
         mOverlayProgram = buildGlProgram(gl, kOverlayVertexSource, kOverlayFragmentSource);
@@ -138,7 +139,7 @@ void OverlayRenderer::useOverlayProgram(const Imath::M44d& viewMatrix, const Ima
 {
     mGl->glUseProgram(mOverlayProgram);
     setMatrix(mGl, kViewMatrix, viewMatrix);
-    setMatrix(mGl, kProjectionMatrix, projectionMatrix);
+    setMatrix(mGl, kProjectionMatrix, mDepth->projection(projectionMatrix));
 }
 
 void OverlayRenderer::drawColoredLines(GLuint buffer, GLenum mode, GLsizei count)

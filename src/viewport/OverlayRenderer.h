@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DebugLine.h"
+#include "DepthRange.h"
 #include "Frustum.h"
 
 #include <QOpenGLFunctions_4_3_Core>
@@ -19,7 +20,8 @@ public:
     OverlayRenderer(const OverlayRenderer&) = delete;
     OverlayRenderer& operator=(const OverlayRenderer&) = delete;
 
-    void initialize(QOpenGLFunctions_4_3_Core* gl);
+    // Projections go through depth, which must outlive the renderer.
+    void initialize(QOpenGLFunctions_4_3_Core* gl, const DepthRange& depth);
     void release();
 
     // When the line program failed to build, the grid, the node overlay and the corner axes are skipped.
@@ -41,6 +43,7 @@ private:
     void drawColoredLines(GLuint buffer, GLenum mode, GLsizei count);
 
     QOpenGLFunctions_4_3_Core* mGl = nullptr;
+    const DepthRange* mDepth = nullptr;
     GLuint mVertexArray = 0;
     GLuint mOverlayProgram = 0;
     GLuint mAxisBuffer = 0;

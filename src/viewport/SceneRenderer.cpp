@@ -26,7 +26,6 @@ enum : GLint {
     kLit = 4,
     kLightDirections = 5, // and 6
 };
-enum : GLuint { kPosition = 0, kNormal = 1 };
 
 const char* const kVertexSource = R"(#version 430 core
 layout(location = 0) uniform mat4 modelViewMatrix;
@@ -134,9 +133,10 @@ SceneRenderer::~SceneRenderer()
     release();
 }
 
-void SceneRenderer::initialize(QOpenGLFunctions_4_3_Core* gl)
+void SceneRenderer::initialize(QOpenGLFunctions_4_3_Core* gl, const DepthRange& depth)
 {
     mGl = gl;
+    mDepth = &depth;
     if (!mProgram)
         mProgram = buildGlProgram(gl, kVertexSource, kFragmentSource);
 }
@@ -162,7 +162,7 @@ void SceneRenderer::releaseMesh(GpuMesh& gpu)
     gpu = GpuMesh();
 }
 
-void SceneRenderer::sync(ZentoSceneDelegate& delegate)
+const std::map<NodePath, SceneRenderer::GpuMesh>& SceneRenderer::upToDateMeshes(ZentoSceneDelegate& delegate)
 {
     // Both maps are in path order: one merge walk finds the new, the changed and the gone.
     auto gpu = mMeshes.begin();
@@ -187,6 +187,7 @@ void SceneRenderer::sync(ZentoSceneDelegate& delegate)
         gpu = mMeshes.erase(gpu);
     }
     delegate.clearDirtyBits();
+    return mMeshes;
 }
 
 void SceneRenderer::upload(GpuMesh& gpu, const NodePath& path, const ZentoSceneDelegate& delegate,
@@ -258,17 +259,17 @@ void SceneRenderer::uploadGeometry(GpuMesh& gpu, const NodePath& path, const std
     mGl->glBindBuffer(GL_ARRAY_BUFFER, gpu.hullBuffer);
     mGl->glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(shape.hull.size() * sizeof(HullVertex)), shape.hull.data(),
                       GL_STATIC_DRAW);
-    mGl->glEnableVertexAttribArray(kPosition);
-    mGl->glVertexAttribPointer(kPosition, 3, GL_FLOAT, GL_FALSE, sizeof(HullVertex), nullptr);
-    mGl->glEnableVertexAttribArray(kNormal);
-    mGl->glVertexAttribPointer(kNormal, 3, GL_FLOAT, GL_FALSE, sizeof(HullVertex),
+    mGl->glEnableVertexAttribArray(kHullPosition);
+    mGl->glVertexAttribPointer(kHullPosition, 3, GL_FLOAT, GL_FALSE, sizeof(HullVertex), nullptr);
+    mGl->glEnableVertexAttribArray(kHullNormal);
+    mGl->glVertexAttribPointer(kHullNormal, 3, GL_FLOAT, GL_FALSE, sizeof(HullVertex),
                                reinterpret_cast<const void*>(offsetof(HullVertex, normal)));
 
     mGl->glBindVertexArray(gpu.wireArray);
     mGl->glBindBuffer(GL_ARRAY_BUFFER, gpu.pointBuffer);
     mGl->glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(points.size() * sizeof(Imath::V3f)), points.data(), GL_STATIC_DRAW);
-    mGl->glEnableVertexAttribArray(kPosition);
-    mGl->glVertexAttribPointer(kPosition, 3, GL_FLOAT, GL_FALSE, sizeof(Imath::V3f), nullptr);
+    mGl->glEnableVertexAttribArray(kHullPosition);
+    mGl->glVertexAttribPointer(kHullPosition, 3, GL_FLOAT, GL_FALSE, sizeof(Imath::V3f), nullptr);
     mGl->glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, gpu.edgeBuffer);
     mGl->glBufferData(GL_ELEMENT_ARRAY_BUFFER, GLsizeiptr(shape.edges.size() * sizeof(GLuint)), shape.edges.data(),
                       GL_STATIC_DRAW);
@@ -295,7 +296,7 @@ void SceneRenderer::render(ZentoSceneGraph& graph, const Imath::M44d& viewMatrix
 {
     if (!mProgram)
         return;
-    sync(graph.delegate());
+    upToDateMeshes(graph.delegate());
     unsigned int typesPresent = 0;
     const std::vector<Item> items = collectItems(graph, typesPresent);
     const Pass passes[] = {
@@ -351,7 +352,8 @@ void SceneRenderer::setFrameState(const Imath::M44d& viewMatrix, const Imath::M4
 {
     mGl->glUseProgram(mProgram);
     // Row vectors in Imath read as column vectors in GLSL: no transposing.
-    mGl->glUniformMatrix4fv(kProjectionMatrix, 1, GL_FALSE, Imath::M44f(projectionMatrix).getValue());
+    const Imath::M44f projection(mDepth->projection(projectionMatrix));
+    mGl->glUniformMatrix4fv(kProjectionMatrix, 1, GL_FALSE, projection.getValue());
     for (int i = 0; i < 2; ++i) {
         Imath::V3d direction;
         viewMatrix.multDirMatrix(kTowardsLights[i], direction);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DepthRange.h"
 #include "NodePath.h"
 
 #include <Imath/ImathMatrix.h>
@@ -33,19 +34,22 @@ public:
     SceneRenderer& operator=(const SceneRenderer&) = delete;
 
     // When the shaders do not build (the driver's log goes to the warning stream), nothing is drawn.
-    void initialize(QOpenGLFunctions_4_3_Core* gl);
+    // Projections go through depth, which must outlive the renderer.
+    void initialize(QOpenGLFunctions_4_3_Core* gl, const DepthRange& depth);
     // Deletes every GL object; the next frame uploads everything again.
     void release();
 
-    // Expects depth test and blending on, and the target bound.
+    // Expects depth test and blending on, and the target bound. The
+    // projection is the frustum's own, in OpenGL clip space.
     void render(ZentoSceneGraph& graph, const Imath::M44d& viewMatrix, const Imath::M44d& projectionMatrix);
 
     // Whether the path has a mesh on the GPU.
     bool hasUploadedMesh(const ZentoCore::NodePath& path) const { return mMeshes.count(path) != 0; }
 
-    Statistics statistics;
+    // Where the hull arrays keep their vertex attributes.
+    enum HullAttribute : GLuint { kHullPosition = 0, kHullNormal = 1 };
 
-private:
+    // One prim on the GPU, as other passes (picking) draw it too.
     struct GpuMesh {
         // Shaded: every corner of every triangle with the normal of its face.
         GLuint hullArray = 0;
@@ -60,7 +64,13 @@ private:
         Imath::V4f color{1.0f, 1.0f, 1.0f, 1.0f};
         bool visible = true;
     };
+    // The meshes in path order, first brought in line with the delegate,
+    // whose dirty bits are then clear.
+    const std::map<ZentoCore::NodePath, GpuMesh>& upToDateMeshes(ZentoSceneDelegate& delegate);
 
+    Statistics statistics;
+
+private:
     // A visible prim of this frame: its mesh, the type bits of the nodes along
     // its path, and whether it is selected.
     struct Item {
@@ -76,8 +86,6 @@ private:
         unsigned int forbidden; // no bit of these may be
     };
 
-    // Brings the GPU meshes in line with the delegate and clears its dirty bits.
-    void sync(ZentoSceneDelegate& delegate);
     void upload(GpuMesh& gpu, const ZentoCore::NodePath& path, const ZentoSceneDelegate& delegate,
                 unsigned int dirtyBits);
     void uploadGeometry(GpuMesh& gpu, const ZentoCore::NodePath& path, const std::vector<Imath::V3f>& points,
@@ -91,6 +99,7 @@ private:
     void draw(const GpuMesh& mesh, bool wire, bool selected, const Imath::M44f& viewMatrix);
 
     QOpenGLFunctions_4_3_Core* mGl = nullptr;
+    const DepthRange* mDepth = nullptr;
     GLuint mProgram = 0;
     std::map<ZentoCore::NodePath, GpuMesh> mMeshes;
 };

@@ -13,6 +13,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <mutex>
+#include <set>
 
 using ZentoCore::Frustum;
 using ZentoCore::NodePath;
@@ -21,6 +24,14 @@ namespace {
 
 constexpr double kNear = 0.01;
 constexpr double kFar = 100000.0;
+// A step towards the centre covers at most nine tenths of the way: a wheel
+// burst or a long drag step (500 pixels and more) would otherwise give a
+// factor of zero or below and put the camera on or past its centre.
+constexpr double kMinimumDollyFactor = 0.1;
+// The mode in which the viewport's picks read their hits; any gives the same paths.
+constexpr int kPickHighlightMode = ZentoSceneGraph::HighlightModeLocate;
+// A cursor ray this close to parallel with the grab plane leaves the grabbed body where it is.
+constexpr double kParallelToGrabPlane = 0.0001;
 
 QSurfaceFormat viewportFormat()
 {
@@ -32,11 +43,35 @@ QSurfaceFormat viewportFormat()
     return format;
 }
 
+// What a marquee asks the selection to become: the picks in their order
+// alone, or, with Shift and Control, the picks and the selection combined
+// as sets, in plain string order. Shift toggles, Control removes, both add.
+std::vector<std::string> combinedSelection(const std::vector<std::string>& picked,
+                                           const std::vector<std::string>& selected, Qt::KeyboardModifiers modifiers)
+{
+    const bool shift = modifiers & Qt::ShiftModifier;
+    const bool control = modifiers & Qt::ControlModifier;
+    if (!shift && !control)
+        return picked;
+    const std::set<std::string> picks(picked.begin(), picked.end());
+    const std::set<std::string> selection(selected.begin(), selected.end());
+    std::vector<std::string> result;
+    const auto out = std::back_inserter(result);
+    if (shift && control)
+        std::set_union(selection.begin(), selection.end(), picks.begin(), picks.end(), out);
+    else if (shift)
+        std::set_symmetric_difference(selection.begin(), selection.end(), picks.begin(), picks.end(), out);
+    else
+        std::set_difference(selection.begin(), selection.end(), picks.begin(), picks.end(), out);
+    return result;
+}
+
 } // namespace
 
 Viewport::Viewport(QWidget* parent) : QOpenGLWidget(parent)
 {
     setFormat(viewportFormat());
+    setAccessibleName("Viewport");
     setMouseTracking(true);
     // Here rather than with the GL set-up, which runs again for each new
     // context: moving the widget to another window must not move the camera.
@@ -47,6 +82,7 @@ Viewport::~Viewport()
 {
     if (context())
         disconnect(context(), nullptr, this, nullptr);
+    setSceneGraph(nullptr);
     releaseGl();
 }
 
@@ -57,6 +93,7 @@ void Viewport::releaseGl()
     makeCurrent();
     mSceneRenderer.release();
     mOverlays.release();
+    mPicker.release();
     mDrawTarget.release();
     doneCurrent();
     mGl = nullptr;
@@ -64,7 +101,11 @@ void Viewport::releaseGl()
 
 void Viewport::setSceneGraph(ZentoSceneGraph* graph)
 {
+    if (mSceneGraph && mSceneGraph->picker() == &mPicker)
+        mSceneGraph->setPicker(nullptr);
     mSceneGraph = graph;
+    if (graph)
+        graph->setPicker(&mPicker);
 }
 
 void Viewport::updateGL()
@@ -158,9 +199,11 @@ void Viewport::mousePressEvent(QMouseEvent* event)
         mLastMouseY = event->y();
         return;
     }
-    // While the simulation runs, no tool takes a press.
-    if (mSceneGraph && mSceneGraph->simulating)
+    // While the simulation runs, no tool takes a press: it only tries to grab.
+    if (mSceneGraph && mSceneGraph->simulating) {
+        grab(event->pos());
         return;
+    }
     if (toolMode == SelectTool) {
         marqueeActive = true;
         marqueeStart = marqueeEnd = event->pos();
@@ -188,18 +231,76 @@ void Viewport::mouseMoveEvent(QMouseEvent* event)
     } else if (!(mSceneGraph && mSceneGraph->simulating)) {
         if (toolMode == SelectTool && marqueeActive)
             marqueeEnd = event->pos();
+    } else if (grabbing) {
+        dragGrabbed(event->pos());
     }
     update();
 }
 
 void Viewport::mouseReleaseEvent(QMouseEvent* event)
 {
-    if (event->modifiers() & Qt::AltModifier)
+    if (event->modifiers() & Qt::AltModifier) {
         mOrbiting = mPanning = mDollying = false;
-    else
+    } else {
+        // A simulation stopped during a drag leaves nothing held either.
+        grabbing = false;
+        if (mSceneGraph && mSceneGraph->simulating)
+            mSceneGraph->releaseBody();
+        if (marqueeActive)
+            resolveMarquee(event->modifiers());
         marqueeActive = false;
+    }
     marqueeStart = marqueeEnd = QPoint(0, 0);
     update();
+}
+
+Imath::V4d Viewport::pickViewport() const
+{
+    return Imath::V4d(0.0, 0.0, width(), height());
+}
+
+void Viewport::resolveMarquee(Qt::KeyboardModifiers modifiers)
+{
+    if (!mSceneGraph)
+        return;
+    const std::vector<std::string> picked =
+        mSceneGraph->pick(frustum, pickViewport(), marqueeStart, marqueeEnd, kPickHighlightMode, nullptr);
+    pickedNames = combinedSelection(picked, mSceneGraph->selectedPaths(), modifiers);
+    emit selectionUpdated();
+}
+
+void Viewport::grab(const QPoint& position)
+{
+    marqueeStart = marqueeEnd = position;
+    std::vector<Imath::V3f> hitPoints;
+    const std::vector<std::string> names =
+        mSceneGraph->pick(frustum, pickViewport(), position, position, kPickHighlightMode, &hitPoints);
+    if (names.empty() || hitPoints.empty())
+        return;
+    // Whatever was hit counts as held; the graph grabs only rigid bodies.
+    grabPoint = hitPoints.front();
+    grabbing = true;
+    mSceneGraph->grabBody(names.front(), grabPoint);
+}
+
+void Viewport::dragGrabbed(const QPoint& position)
+{
+    const double w = std::max(width(), 1);
+    const double h = std::max(height(), 1);
+    const ZentoCore::Ray ray =
+        frustum.computeRay(Imath::V2d(2.0 * position.x() / w - 1.0, 2.0 * (h - position.y()) / h - 1.0));
+    Imath::V3d direction = ray.direction;
+    if (direction.length() != 0.0)
+        direction.normalize();
+    const Imath::V3d normal = -frustum.computeViewDirection();
+    const double denominator = direction.dot(normal);
+    if (std::fabs(denominator) <= kParallelToGrabPlane)
+        return;
+    const double t = (Imath::V3d(grabPoint) - ray.origin).dot(normal) / denominator;
+    // Behind the camera: the body stays where it is, and the drag goes on.
+    if (t <= 0.0)
+        return;
+    mSceneGraph->dragBody(Imath::V3f(ray.pointAt(t)));
 }
 
 void Viewport::wheelEvent(QWheelEvent* event)
@@ -234,7 +335,7 @@ void Viewport::dolly(double amount)
     const double distance = frustum.viewDistance();
     double newDistance = distance;
     if (frustum.projection() == Frustum::Projection::Perspective) {
-        const double factor = amount * -0.002 + 1.0;
+        const double factor = std::max(amount * -0.002 + 1.0, kMinimumDollyFactor);
         // Close to the centre a step away is capped; a step towards it stays proportional.
         if (factor > 1.0 && distance < 2.0)
             newDistance = distance + std::min(factor - 1.0, distance / 10.0 / 25.0);
@@ -255,8 +356,10 @@ void Viewport::initializeGL()
     }
     // A context that goes away (the widget moved to another window) takes our objects with it.
     connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &Viewport::releaseGl, Qt::UniqueConnection);
-    mSceneRenderer.initialize(mGl);
-    mOverlays.initialize(mGl);
+    mDepthRange.initialize(context(), mGl);
+    mSceneRenderer.initialize(mGl, mDepthRange);
+    mOverlays.initialize(mGl, mDepthRange);
+    mPicker.initialize(mGl);
     mDrawTarget.initialize(mGl);
     if (mSceneGraph && !mSceneGraph->node("/Solver"))
         mSceneGraph->createSolver();
@@ -282,6 +385,10 @@ void Viewport::paintGL()
 {
     if (!mGl)
         return;
+    // A pick cannot come between the frame's steps.
+    std::unique_lock<std::mutex> frameLock;
+    if (mSceneGraph)
+        frameLock = std::unique_lock<std::mutex>(mSceneGraph->renderMutex);
     const GLuint widgetFramebuffer = defaultFramebufferObject();
     // Also here: a new context (the widget moved to another window) comes without a resize.
     const QSize pixels = pixelSize();
@@ -294,9 +401,10 @@ void Viewport::paintGL()
     mDrawTarget.setSize(pixelWidth, pixelHeight);
     mDrawTarget.bind();
     mGl->glViewport(0, 0, pixelWidth, pixelHeight);
+    mDepthRange.begin();
     mGl->glEnable(GL_DEPTH_TEST);
     const GLfloat background[4] = {0.6f, 0.6f, 0.6f, 1.0f};
-    const GLfloat farDepth = 1.0f;
+    const GLfloat farDepth = mDepthRange.farDepth();
     mGl->glClearBufferfv(GL_COLOR, 0, background);
     mGl->glClearBufferfv(GL_DEPTH, 0, &farDepth);
     mGl->glEnable(GL_BLEND);
@@ -323,6 +431,7 @@ void Viewport::paintGL()
     mGl->glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     mOverlays.drawGrid(frustum);
     mOverlays.drawCornerAxes(frustum, pixelHeight);
+    mDepthRange.end();
 
     mDrawTarget.blitTo(widgetFramebuffer);
 

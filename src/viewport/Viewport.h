@@ -1,9 +1,13 @@
 #pragma once
 
+#include "DepthRange.h"
 #include "DrawTarget.h"
 #include "Frustum.h"
 #include "OverlayRenderer.h"
+#include "PickRenderer.h"
 #include "SceneRenderer.h"
+
+#include <Imath/ImathVec.h>
 
 #include <QOpenGLWidget>
 #include <QPoint>
@@ -15,8 +19,10 @@
 class ZentoSceneGraph;
 
 // The central widget: draws the scene through its renderers and turns keys and
-// mouse drags into camera moves, tool changes and the marquee. It changes
-// neither the scene nor the selection; it tells the main window by signals.
+// mouse drags into camera moves, tool changes, the marquee and, while the
+// simulation runs, the dragging of bodies by hand. It changes neither the
+// scene nor the selection; it tells the main window by signals. It installs
+// its picker in the scene graph it is given.
 class Viewport : public QOpenGLWidget {
     Q_OBJECT
 
@@ -48,6 +54,11 @@ public:
     ZentoCore::Frustum frustum;
     bool marqueeActive = false;
     int16_t toolMode = SelectTool;
+    // The selection that the last marquee asks for, read by the main window on selectionUpdated().
+    std::vector<std::string> pickedNames;
+    // While the simulation runs: the world point at which a body was grabbed, and whether one is held.
+    Imath::V3f grabPoint{0.0f, 0.0f, 0.0f};
+    bool grabbing = false;
 
 signals:
     void drawCompletedTime(int milliseconds);
@@ -69,6 +80,14 @@ private:
     // Frames the world bounds of the paths' meshes, or a box of 10 about the
     // origin when they have none.
     void frameBounds(const std::vector<std::string>& paths);
+    // The pick of the marquee, combined with the selection by the modifiers.
+    void resolveMarquee(Qt::KeyboardModifiers modifiers);
+    // Grabs whatever lies under the press.
+    void grab(const QPoint& position);
+    // Moves the grab to the cursor, in the plane through grabPoint that faces the camera.
+    void dragGrabbed(const QPoint& position);
+    // (0, 0, width, height) in widget pixels, as marquee corners and mouse positions are.
+    Imath::V4d pickViewport() const;
     void orbit(int dx, int dy);
     void dolly(double amount);
     void setDefaultPerspective();
@@ -82,8 +101,10 @@ private:
     bool mPanning = false;
     bool mDollying = false;
     QOpenGLFunctions_4_3_Core* mGl = nullptr;
+    DepthRange mDepthRange;
     SceneRenderer mSceneRenderer;
     OverlayRenderer mOverlays;
+    PickRenderer mPicker{*this, mSceneRenderer, mDepthRange};
     DrawTarget mDrawTarget;
     int mFrameGlErrors = 0;
 };

@@ -8,6 +8,7 @@
 #include <QImage>
 #include <QTest>
 #include <QWheelEvent>
+#include <QWindow>
 
 #include <gtest/gtest.h>
 
@@ -132,6 +133,17 @@ inline std::shared_ptr<RigidBodyNode> addBody(ZentoSceneGraph& graph, const std:
     return body;
 }
 
+// The same with a shape of its own: a type of RigidBodyAttributes and its dimension.
+inline std::shared_ptr<RigidBodyNode> addBody(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& at,
+                                              int type, const Imath::V3d& dimension)
+{
+    const auto body = addBody(graph, path, at);
+    body->attributes.typedEntry<int>("type")->set(type);
+    body->attributes.typedEntry<Imath::V3d>("dimension")->set(dimension);
+    graph.updateGeometry(body->path);
+    return body;
+}
+
 // Where a world point lands on the widget, in pixels with y downwards.
 inline QPointF project(const Viewport& viewport, const Imath::V3d& point)
 {
@@ -139,6 +151,15 @@ inline QPointF project(const Viewport& viewport, const Imath::V3d& point)
     const Imath::V4d clip = Imath::V4d(point.x, point.y, point.z, 1.0) * toClip;
     return QPointF((clip.x / clip.w + 1.0) * 0.5 * viewport.width(),
                    (1.0 - clip.y / clip.w) * 0.5 * viewport.height());
+}
+
+// A drag through the window system, with the modifiers held on every event.
+inline void drag(Viewport& viewport, Qt::MouseButton button, Qt::KeyboardModifiers modifiers, QPoint from, QPoint to)
+{
+    QWindow* window = viewport.windowHandle();
+    QTest::mouseEvent(QTest::MousePress, window, button, modifiers, from);
+    QTest::mouseEvent(QTest::MouseMove, window, Qt::NoButton, modifiers, to);
+    QTest::mouseEvent(QTest::MouseRelease, window, button, modifiers, to);
 }
 
 // One turn of the mouse wheel over the middle of the viewport; 120 is one notch away from the user.

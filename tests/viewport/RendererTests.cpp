@@ -516,3 +516,24 @@ TEST(Renderer, ThePhysicsDebugDrawingShowsOverTheSceneOnlyWhileTheSimulationRuns
     shown.graph.stopSimulation();
     EXPECT_EQ(differing(atRest, shown.frame()), 0) << "the lines go with the simulation";
 }
+
+TEST(Renderer, OfTwoPanesCloseTogetherOnlyTheFrontOneShowsFromAfar)
+{
+    ShownViewport shown;
+    // The two sides of a thin box, 0.002 apart, seen at 45 degrees from 40 units:
+    // an ordinary distance at which the depth must still tell them apart.
+    const auto addSide = [&](const std::string& path, float z, const Imath::V3f& colour) {
+        const NodePath side(path);
+        shown.graph.delegate().AddMesh(side, Imath::M44d(), {{-8, 0, z}, {8, 0, z}, {8, 12, z}, {-8, 12, z}}, {4},
+                                       {0, 1, 2, 3});
+        shown.graph.delegate().UpdateColor(side, colour, 1.0f);
+    };
+    // The back one comes first in path order, so that it is drawn first and a tie keeps it.
+    addSide("/Back", -0.001f, Imath::V3f(0.0f, 0.0f, 1.0f));
+    addSide("/Front", 0.001f, Imath::V3f(1.0f, 0.0f, 0.0f));
+    shown.viewport.frustum.setPosition(Imath::V3d(0.0, 1.0, 1.0) * (40.0 / std::sqrt(2.0)));
+    const QImage image = withoutCornerAxes(shown.frame());
+    EXPECT_GT(countPixels(image, isRed), 5000);
+    EXPECT_EQ(countPixels(image, [](const QColor& c) { return c.blue() > c.red() + 60 && c.blue() > c.green() + 60; }),
+              0);
+}

@@ -23,15 +23,6 @@ void expectNear(const Imath::V3d& actual, const Imath::V3d& expected, double tol
     EXPECT_NEAR(actual.z, expected.z, tolerance);
 }
 
-// A drag through the window system, with the modifiers held on every event.
-void drag(Viewport& viewport, Qt::MouseButton button, Qt::KeyboardModifiers modifiers, QPoint from, QPoint to)
-{
-    QWindow* window = viewport.windowHandle();
-    QTest::mouseEvent(QTest::MousePress, window, button, modifiers, from);
-    QTest::mouseEvent(QTest::MouseMove, window, Qt::NoButton, modifiers, to);
-    QTest::mouseEvent(QTest::MouseRelease, window, button, modifiers, to);
-}
-
 bool isWhite(const QColor& c)
 {
     return c.red() > 250 && c.green() > 250 && c.blue() > 250;
@@ -42,10 +33,7 @@ const Imath::V3d kMarker(8.0, 0.0, 4.0);
 
 void addMarker(ZentoSceneGraph& graph)
 {
-    const auto ball = addBody(graph, "/Marker", kMarker);
-    ball->attributes.typedEntry<int>("type")->set(RigidBodyAttributes::Sphere);
-    ball->attributes.typedEntry<Imath::V3d>("dimension")->set(Imath::V3d(1.0, 1.0, 1.0));
-    graph.updateGeometry(ball->path);
+    addBody(graph, "/Marker", kMarker, RigidBodyAttributes::Sphere, Imath::V3d(1.0, 1.0, 1.0));
 }
 
 // Where a point lands, in pixels with y downwards, for a pinhole camera of 45
@@ -236,4 +224,26 @@ TEST(Viewport, TheMarqueeIsAWhiteRectangleWhileTheSelectToolDrags)
     EXPECT_FALSE(shown.viewport.marqueeActive);
     EXPECT_EQ(countPixels(shown.frame(), isWhite), 0);
     QTest::mouseEvent(QTest::MouseRelease, window, Qt::LeftButton, Qt::NoModifier, QPoint(200, 150));
+}
+
+TEST(Viewport, NoDollyStepTakesTheCameraPastItsCentre)
+{
+    ShownViewport shown;
+    addBody(shown.graph, "/Body", Imath::V3d(0.0));
+    shown.frame();
+    const ZentoCore::Frustum& frustum = shown.viewport.frustum;
+    const Imath::V3d view = frustum.computeViewDirection();
+    const auto expectInFrontOfTheBody = [&](const char* step) {
+        EXPECT_GT(frustum.viewDistance(), 0.0) << step;
+        expectNear(frustum.position() + frustum.computeViewDirection() * frustum.viewDistance(), Imath::V3d(0.0),
+                   1e-9);
+        expectNear(frustum.computeViewDirection(), view);
+        EXPECT_GT(countPixels(shown.frame(), isBodyLike), 0) << step;
+    };
+    // A fast flick of the wheel arrives as one event of many notches.
+    wheel(shown.viewport, 120 * 40);
+    expectInFrontOfTheBody("wheel burst");
+    // A long Alt+right drag step: dx + dy of 510 pixels.
+    drag(shown.viewport, Qt::RightButton, Qt::AltModifier, QPoint(10, 10), QPoint(300, 230));
+    expectInFrontOfTheBody("drag step");
 }
