@@ -1,6 +1,7 @@
 #include "ArrayMetadata.h"
 #include "ConstraintNode.h"
 #include "RigidBodyConstraintAttributes.h"
+#include "TestValues.h"
 
 #include <gtest/gtest.h>
 
@@ -391,88 +392,14 @@ TEST(ConstraintNode, WronglyTypedAttributesCountAsMissing)
     EXPECT_EQ(meshOf(spherical).points.size(), 8u) << "a missing type is the default type";
 }
 
-namespace {
-
-// Gives every value, nested ones included, another value that survives the
-// trip through a float: halves and quarters.
-void perturb(Metadata& value, int& counter)
-{
-    ++counter;
-    const double offset = 0.25 * counter;
-    switch (value.typeId()) {
-    case MetadataImpl<bool>::staticTypeId(): {
-        auto& flag = static_cast<MetadataImpl<bool>&>(value).get();
-        flag = !flag;
-        break;
-    }
-    case MetadataImpl<int>::staticTypeId(): {
-        auto& number = static_cast<MetadataImpl<int>&>(value).get();
-        number = (number + 1) % 3;
-        break;
-    }
-    case MetadataImpl<double>::staticTypeId(): {
-        auto& number = static_cast<MetadataImpl<double>&>(value).get();
-        number = number * 0.5 + offset;
-        break;
-    }
-    case MetadataImpl<Imath::V2d>::staticTypeId(): {
-        auto& vector = static_cast<MetadataImpl<Imath::V2d>&>(value).get();
-        vector = vector * 0.5 + Imath::V2d(offset, -offset);
-        break;
-    }
-    case MetadataImpl<Imath::V3d>::staticTypeId(): {
-        auto& vector = static_cast<MetadataImpl<Imath::V3d>&>(value).get();
-        vector = vector * 0.5 + Imath::V3d(offset, -offset, 2 * offset);
-        break;
-    }
-    case MetadataImpl<Imath::M44d>::staticTypeId():
-        static_cast<MetadataImpl<Imath::M44d>&>(value).get().setTranslation(Imath::V3d(offset, 1, 2));
-        break;
-    case MetadataImpl<std::string>::staticTypeId():
-        static_cast<MetadataImpl<std::string>&>(value).get() = "SpineToNeck";
-        break;
-    case ArrayMetadata::staticTypeId():
-        for (const auto& element : static_cast<ArrayMetadata&>(value).get())
-            perturb(*element, counter);
-        break;
-    case MapMetadata::staticTypeId():
-        for (const auto& entry : static_cast<MapMetadata&>(value))
-            perturb(*entry.second, counter);
-        break;
-    default:
-        ADD_FAILURE() << "unexpected value type " << value.typeStr();
-    }
-}
-
-// Every value of the one map differs from its counterpart in the other, down to each drive's fields.
-void expectAllDiffer(const MapMetadata& changed, const MapMetadata& original)
-{
-    EXPECT_EQ(changed.getKeys(), original.getKeys());
-    for (const auto& [key, value] : changed) {
-        const auto other = original.getEntry(key);
-        if (value->typeId() == ArrayMetadata::staticTypeId()) {
-            const auto& elements = static_cast<const ArrayMetadata&>(*value).get();
-            const auto& others = static_cast<const ArrayMetadata&>(*other).get();
-            ASSERT_EQ(elements.size(), others.size());
-            for (size_t i = 0; i < elements.size(); ++i)
-                expectAllDiffer(static_cast<const MapMetadata&>(*elements[i]),
-                                static_cast<const MapMetadata&>(*others[i]));
-        } else {
-            EXPECT_FALSE(value->isEqual(other.get(), 0.0)) << key;
-        }
-    }
-}
-
-} // namespace
 
 TEST(RigidBodyConstraintAttributes, RoundTripKeepsEveryValueAndAllSixDrives)
 {
     MapMetadata original;
     ASSERT_TRUE(Record().serialise(&original));
     MapMetadata changed(original);
-    int counter = 0;
-    perturb(changed, counter);
-    expectAllDiffer(changed, original);
+    changeEveryValue(changed);
+    expectEveryValueDiffers(changed, original);
 
     Record record;
     ASSERT_TRUE(record.deserialise(&changed));

@@ -12,3 +12,13 @@ ZentoCore::MapMetadata makeMapOfEveryType();
 
 // Maps of arrays of maps, as the ragdoll file nests its drives.
 ZentoCore::MapMetadata makeNestedMap();
+
+// Gives every value of the map, nested ones included, another value of its
+// type that survives the trip through a float: doubles halved and moved by
+// quarters, vectors made of quarters. Ints step round 0, 1 and 2, so that
+// enumerations stay in range.
+void changeEveryValue(ZentoCore::MapMetadata& map);
+
+// Every value of changed differs from its counterpart in original, down to
+// the maps in its arrays.
+void expectEveryValueDiffers(const ZentoCore::MapMetadata& changed, const ZentoCore::MapMetadata& original);
