@@ -193,32 +193,48 @@ TEST(Simulation, GrabDragAndReleaseMoveABodyThroughADragBody)
     auto ball = scene.body("/ball_RB", RigidBodyAttributes::Sphere, RigidBodyAttributes::Dynamic, V3d(0.2, 0, 0),
                            V3d(0, 0.2, 0));
     auto joint = scene.add<JointNode>("/Skeleton");
-    scene.solver->release();
+    scene.graph.setSelection({"/Skeleton", "/ball_RB"});
+    scene.graph.releaseBody();
     scene.graph.startSimulation();
+    EXPECT_TRUE(scene.graph.simulating);
+    EXPECT_TRUE(scene.graph.selectedPaths().empty()) << "nothing stays selected while it runs";
     scene.run(5);
     auto& bodies = scene.solver->physics.rigidBodies();
     const size_t before = bodies.size();
 
     scene.solver->grab(*joint, Imath::V3f(0, 0.2f, 0));
     EXPECT_EQ(scene.solver->dragBodyHandle, nullptr) << "no body, no drag";
-    scene.solver->grab(*ball, Imath::V3f(0, 0.3f, 0));
+    scene.graph.grabBody("/Nowhere", Imath::V3f(0, 0.2f, 0));
+    EXPECT_EQ(scene.solver->dragBodyHandle, nullptr);
+    scene.graph.grabBody("/ball_RB", Imath::V3f(0, 0.3f, 0));
     ASSERT_NE(scene.solver->dragBodyHandle, nullptr);
     ASSERT_NE(scene.solver->dragConstraint, nullptr);
     EXPECT_EQ(bodies.size(), before + 1);
     for (int frame = 1; frame <= 25; ++frame) {
-        scene.solver->drag(Imath::V3f(0.04f * frame, 0.3f + 0.06f * frame, 0));
+        scene.graph.dragBody(Imath::V3f(0.04f * frame, 0.3f + 0.06f * frame, 0));
         scene.graph.stepSimulation();
     }
     scene.run(25);
     // The grab point, 0.1 above the centre, hangs at the drag point.
     EXPECT_TRUE(worldPosition(*ball).equalWithAbsError(V3d(1.0, 1.7, 0), 0.1)) << worldPosition(*ball);
-    scene.solver->release();
+    scene.graph.releaseBody();
     EXPECT_EQ(scene.solver->dragBodyHandle, nullptr);
     EXPECT_EQ(bodies.size(), before);
     EXPECT_TRUE(scene.solver->physics.constraints().empty());
     scene.run(50);
     EXPECT_NEAR(worldPosition(*ball).y, 0.2, 0.01) << "falls back once released";
     scene.graph.stopSimulation();
+    EXPECT_FALSE(scene.graph.simulating);
+
+    // A scene that has lost its solver runs nothing and breaks nothing.
+    ZentoSceneGraph bare;
+    bare.startSimulation();
+    bare.stepSimulation();
+    bare.grabBody("/ball_RB", Imath::V3f(0, 0, 0));
+    bare.dragBody(Imath::V3f(1, 1, 1));
+    bare.releaseBody();
+    bare.stopSimulation();
+    EXPECT_FALSE(bare.simulating);
 }
 
 namespace {
@@ -380,53 +396,6 @@ TEST(Simulation, ACapsuleRagdollOnABvhSkeletonComesToRestWithinItsLimits)
         EXPECT_EQ(V3d(entry.second->rotation), V3d(rotation)) << entry.first.string();
         EXPECT_EQ(entry.second->rotation.order(), rotation.order()) << entry.first.string();
     }
-}
-
-TEST(Simulation, TheSceneGraphRunsTheSimulationThroughItsSolver)
-{
-    SimulationScene scene;
-    scene.graph.createGround();
-    auto joint = scene.add<JointNode>("/Skeleton");
-    auto ball = scene.body("/Skeleton/ball_RB", RigidBodyAttributes::Sphere, RigidBodyAttributes::Dynamic,
-                           V3d(0.2, 0, 0), V3d(0, 2, 0));
-    scene.graph.setSelection({"/Skeleton", "/Skeleton/ball_RB"});
-
-    scene.graph.startSimulation();
-    EXPECT_TRUE(scene.graph.simulating);
-    EXPECT_TRUE(scene.graph.selectedPaths().empty()) << "nothing stays selected while it runs";
-    EXPECT_TRUE(scene.solver->physics.isInitialized());
-    for (int frame = 0; frame < 50; ++frame)
-        scene.graph.stepSimulation();
-    EXPECT_NEAR(worldPosition(*ball).y, 0.2, 0.01) << "fell onto the ground";
-
-    scene.graph.grabBody("/Skeleton", Imath::V3f(0, 0.2f, 0));
-    EXPECT_EQ(scene.solver->dragBodyHandle, nullptr) << "a joint is no body";
-    scene.graph.grabBody("/Nowhere", Imath::V3f(0, 0.2f, 0));
-    EXPECT_EQ(scene.solver->dragBodyHandle, nullptr);
-    scene.graph.grabBody("/Skeleton/ball_RB", Imath::V3f(0, 0.2f, 0));
-    ASSERT_NE(scene.solver->dragBodyHandle, nullptr);
-    scene.graph.dragBody(Imath::V3f(0, 1.2f, 0));
-    for (int frame = 0; frame < 25; ++frame)
-        scene.graph.stepSimulation();
-    EXPECT_NEAR(worldPosition(*ball).y, 1.2, 0.05) << "lifted by the drag";
-    scene.graph.releaseBody();
-    EXPECT_EQ(scene.solver->dragBodyHandle, nullptr);
-
-    scene.graph.stopSimulation();
-    EXPECT_FALSE(scene.graph.simulating);
-    EXPECT_FALSE(scene.solver->physics.isInitialized());
-    EXPECT_EQ(ball->translation, V3d(0, 2, 0));
-    EXPECT_EQ(joint->translation, V3d(0, 0, 0));
-
-    // A scene that has lost its solver runs nothing and breaks nothing.
-    ZentoSceneGraph bare;
-    bare.startSimulation();
-    bare.stepSimulation();
-    bare.grabBody("/Skeleton/ball_RB", Imath::V3f(0, 0, 0));
-    bare.dragBody(Imath::V3f(1, 1, 1));
-    bare.releaseBody();
-    bare.stopSimulation();
-    EXPECT_FALSE(bare.simulating);
 }
 
 TEST(Simulation, ASleepingBodyFollowsTheDragAndFallsWhenReleased)
