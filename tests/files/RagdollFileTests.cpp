@@ -14,7 +14,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 
 using namespace ZentoCore;
 using Zento::RigidBodyConstraintAttributes;
@@ -245,9 +244,8 @@ TEST(RagdollFile, EmptyScenesAndBadFiles)
     buildRagdoll(graph);
     ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
-    std::ifstream in(dir.file("doll.zentoragdoll"), std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::ofstream(dir.file("half.zentoragdoll"), std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+    const std::string bytes = dir.read("doll.zentoragdoll");
+    dir.write("half.zentoragdoll", bytes.substr(0, bytes.size() / 2));
 
     ZentoSceneGraph skeleton;
     addJoint(skeleton, "/Skeleton", Imath::V3d(0, 0, 0));

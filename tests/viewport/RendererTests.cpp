@@ -479,6 +479,8 @@ TEST(Renderer, ThePhysicsDebugDrawingShowsOverTheSceneOnlyWhileTheSimulationRuns
     shown.graph.stopSimulation();
     const QImage drawn = runFrame(true);
     EXPECT_FALSE(solver.physics.debugLines().empty());
+    for (const Zento::DebugLine& line : solver.physics.debugLines())
+        EXPECT_NEAR((line.to - line.from).length(), 1.0f, 1e-3f) << "in scene units";
     const auto differing = [](const QImage& a, const QImage& b) {
         int count = 0;
         for (int y = 0; y < a.height(); ++y)

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,17 +20,6 @@ using namespace ZentoCore;
 namespace {
 
 const std::string kModels = "/usr/share/assimp/models/";
-
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
 
 const Joint* findJoint(const Skeleton& skeleton, const std::string& name)
 {
@@ -368,12 +356,12 @@ TEST(MeshFile, HoldsTreesUpToTheDepthItCanReadBack)
 TEST(LoaderFailures, BadFilesFailCleanlyWithAMessage)
 {
     TemporaryDirectory dir;
-    writeText(dir.file("text.fbx"), "This is no FBX file, only text renamed.\n");
-    writeText(dir.file("binary.usdc"), std::string("PXR-USDC\0\0\x08\0\0\0\0\0", 16) + std::string(200, '\x7f'));
-    writeText(dir.file("empty.zentoskel"), "");
-    writeText(dir.file("empty.geos"), "");
-    writeText(dir.file("empty.fbx"), "");
-    writeText(dir.file("empty.usda"), "");
+    dir.write("text.fbx", "This is no FBX file, only text renamed.\n");
+    dir.write("binary.usdc", std::string("PXR-USDC\0\0\x08\0\0\0\0\0", 16) + std::string(200, '\x7f'));
+    dir.write("empty.zentoskel", "");
+    dir.write("empty.geos", "");
+    dir.write("empty.fbx", "");
+    dir.write("empty.usda", "");
     ::mkdir(dir.file("folder.zentoskel").c_str(), 0700);
     ::mkdir(dir.file("folder.fbx").c_str(), 0700);
 
@@ -405,18 +393,18 @@ TEST(LoaderFailures, TruncatedOwnFilesAndFilesOfTheOtherKindFail)
     ASSERT_TRUE(Zento::saveSkeleton(Zento::loadSkeleton(kModels + "BVH/01_01.bvh"), dir.file("whole.zentoskel")));
     ASSERT_TRUE(Zento::saveMesh(*Zento::loadMesh(kModels + "FBX/huesitos.fbx"), dir.file("whole.geos")));
     std::string error;
-    const std::string skeleton = readText(dir.file("whole.zentoskel"));
-    writeText(dir.file("truncated.zentoskel"), skeleton.substr(0, skeleton.size() / 2));
+    const std::string skeleton = dir.read("whole.zentoskel");
+    dir.write("truncated.zentoskel", skeleton.substr(0, skeleton.size() / 2));
     EXPECT_EQ(loadFailing(dir.file("truncated.zentoskel"), error).numJoints(), 0);
     EXPECT_FALSE(error.empty());
-    const std::string mesh = readText(dir.file("whole.geos"));
-    writeText(dir.file("truncated.geos"), mesh.substr(0, mesh.size() / 2));
+    const std::string mesh = dir.read("whole.geos");
+    dir.write("truncated.geos", mesh.substr(0, mesh.size() / 2));
     error.clear();
     EXPECT_TRUE(Zento::loadMesh(dir.file("truncated.geos"), "*", &error)->empty());
     EXPECT_FALSE(error.empty());
 
     // A mesh file read as a skeleton holds no list of joints.
-    writeText(dir.file("mesh.zentoskel"), mesh);
+    dir.write("mesh.zentoskel", mesh);
     EXPECT_EQ(loadFailing(dir.file("mesh.zentoskel"), error).numJoints(), 0);
     EXPECT_NE(error.find("no list of joints"), std::string::npos) << error;
 }
@@ -546,7 +534,7 @@ TEST(UsdaSkeleton, ReadsJointsWithTheirRestTransforms)
     EXPECT_TRUE(joints[2].scale.equalWithAbsError(Imath::V3d(2, 2, 2), 1e-12));
 
     TemporaryDirectory dir;
-    writeText(dir.file("skel.usda"), kUsdaSkeleton);
+    dir.write("skel.usda", kUsdaSkeleton);
     const Skeleton skeleton = Zento::loadSkeleton(dir.file("skel.usda"), &error);
     ASSERT_EQ(skeleton.numJoints(), 4) << error;
     EXPECT_EQ(skeleton.rootIds(), (std::vector<unsigned short>{0, 3}));
