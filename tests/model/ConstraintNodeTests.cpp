@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <Imath/ImathBox.h>
+
 #include <cfloat>
 #include <cmath>
 
@@ -100,12 +102,17 @@ void expectSphere(const Mesh& mesh, size_t first, double radius)
         ASSERT_NEAR(mesh.points[i].length(), radius, 1e-5 * radius) << i;
 }
 
+// Eight corners at the half extents, from points[first] on.
 void expectBox(const Mesh& mesh, size_t first, const Imath::V3f& half)
 {
     ASSERT_GE(mesh.points.size(), first + 8);
-    EXPECT_EQ(mesh.points[first], -half);
-    EXPECT_EQ(mesh.points[first + 2], Imath::V3f(half.x, -half.y, half.z));
-    EXPECT_EQ(mesh.points[first + 6], half);
+    Imath::Box3f bounds;
+    for (size_t i = first; i < first + 8; ++i) {
+        const Imath::V3f& point = mesh.points[i];
+        EXPECT_EQ(Imath::V3f(std::abs(point.x), std::abs(point.y), std::abs(point.z)), half) << i;
+        bounds.extendBy(point);
+    }
+    EXPECT_EQ(bounds, Imath::Box3f(-half, half));
 }
 
 void setUp(ConstraintNode& node, int type, double displaySize)
@@ -248,7 +255,7 @@ TEST_P(ConstraintShape, RevoluteFansFromLowerToUpper)
     EXPECT_TRUE(lines[0].points.empty());
 }
 
-TEST_P(ConstraintShape, D6DrawsASphereAndAFanPerAngularMotion)
+TEST_P(ConstraintShape, D6DrawsASphereAndAFanPerFreeOrLimitedAngularMotion)
 {
     const double s = GetParam();
     ConstraintNode node(NodePath("/Skeleton/Hips/Spine/Spine_RBC"));
@@ -257,40 +264,9 @@ TEST_P(ConstraintShape, D6DrawsASphereAndAFanPerAngularMotion)
     EXPECT_EQ(mesh.points.size(), kSpherePoints) << "all motions locked: the sphere alone";
     expectSphere(mesh, 0, 1.2 * s);
     EXPECT_TRUE(guideLinesOf(node).empty());
-
     for (const char* key : {"linearMotionX", "linearMotionY", "linearMotionZ"})
         node.attributes.set(key, static_cast<int>(Record::Free));
     EXPECT_EQ(meshOf(node).points.size(), kSpherePoints) << "linear motions draw nothing";
-
-    for (const char* key : {"angularMotionX", "angularMotionY", "angularMotionZ"})
-        node.attributes.set(key, static_cast<int>(Record::Free));
-    mesh = meshOf(node);
-    ASSERT_EQ(mesh.points.size(), kSpherePoints + 3 * kFanPoints);
-    expectTriangles(mesh);
-    expectSphere(mesh, 0, 1.2 * s);
-    auto lines = guideLinesOf(node);
-    ASSERT_EQ(lines.size(), 3u);
-    for (int axis = 0; axis < 3; ++axis) {
-        SCOPED_TRACE(axis);
-        expectFan(mesh, kSpherePoints + axis * kFanPoints, 3 * s, -180, 180, axis);
-        expectArc(lines[axis], kAxisColours[axis], 3 * s, -180, 180, axis);
-    }
-
-    // Locked, out of range or of another type: no fan on that axis.
-    node.attributes.set("angularMotionX", static_cast<int>(Record::Locked));
-    node.attributes.set("angularMotionY", static_cast<int>(Record::MotionCount));
-    node.attributes.set("angularMotionZ", static_cast<double>(Record::Free));
-    EXPECT_EQ(meshOf(node).points.size(), kSpherePoints);
-    EXPECT_TRUE(guideLinesOf(node).empty());
-}
-
-TEST_P(ConstraintShape, D6LimitsChooseTheirRanges)
-{
-    const double s = GetParam();
-    ConstraintNode node(NodePath("/Skeleton/Hips/Spine/Spine_RBC"));
-    setUp(node, Record::D6, s);
-    for (const char* key : {"angularMotionX", "angularMotionY", "angularMotionZ"})
-        node.attributes.set(key, static_cast<int>(Record::Limit));
 
     struct Expected {
         double start;
@@ -300,6 +276,8 @@ TEST_P(ConstraintShape, D6LimitsChooseTheirRanges)
         const Mesh mesh = meshOf(node);
         const auto lines = guideLinesOf(node);
         ASSERT_EQ(mesh.points.size(), kSpherePoints + 3 * kFanPoints);
+        expectTriangles(mesh);
+        expectSphere(mesh, 0, 1.2 * s);
         ASSERT_EQ(lines.size(), 3u);
         const Expected ranges[3] = {x, y, z};
         for (int axis = 0; axis < 3; ++axis) {
@@ -308,7 +286,23 @@ TEST_P(ConstraintShape, D6LimitsChooseTheirRanges)
             expectArc(lines[axis], kAxisColours[axis], 3 * s, ranges[axis].start, ranges[axis].end, axis);
         }
     };
+    const auto setAngularMotions = [&](int x, int y, int z) {
+        node.attributes.set("angularMotionX", x);
+        node.attributes.set("angularMotionY", y);
+        node.attributes.set("angularMotionZ", z);
+    };
+    setAngularMotions(Record::Free, Record::Free, Record::Free);
+    {
+        SCOPED_TRACE("free: a full turn each");
+        expectRanges({-180, 180}, {-180, 180}, {-180, 180});
+    }
+    // Locked, out of range or a value of another type: no fan on that axis.
+    setAngularMotions(Record::Locked, Record::MotionCount, Record::Locked);
+    node.attributes.set("angularMotionZ", static_cast<double>(Record::Free));
+    EXPECT_EQ(meshOf(node).points.size(), kSpherePoints);
+    EXPECT_TRUE(guideLinesOf(node).empty());
 
+    setAngularMotions(Record::Limit, Record::Limit, Record::Limit);
     {
         SCOPED_TRACE("no limit enabled: a quarter turn each way");
         expectRanges({-90, 90}, {-90, 90}, {-90, 90});

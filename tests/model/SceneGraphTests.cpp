@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace ZentoCore;
@@ -55,23 +56,21 @@ TEST(JointNode, EachChildJointGetsABonePointingAtIt)
     addJoint(graph, "/Skeleton/Arm", Imath::V3d(3, 0, 0));
     addJoint(graph, "/Skeleton/Leg", Imath::V3d(0, -2, 0));
 
+    // The first bone's 6 triangles come first, and its tip is at the first child.
+    const auto tipAtArm = [](const ZentoUtils::Mesh& mesh) {
+        return std::any_of(mesh.points.begin(), mesh.points.begin() + 18,
+                           [](const Imath::V3f& point) { return (point - Imath::V3f(3, 0, 0)).length() < 1e-5f; });
+    };
     const ZentoUtils::Mesh mesh = meshOf(parent->geometry());
     // Per child: a bone of 6 triangles and a ball of 32.
     EXPECT_EQ(mesh.counts.size(), 2u * (6 + 32));
-    // The first bone's tip is at the first child.
-    bool tipAtArm = false;
-    for (size_t i = 0; i < 18; ++i)
-        tipAtArm = tipAtArm || (mesh.points[i] - Imath::V3f(3, 0, 0)).length() < 1e-5f;
-    EXPECT_TRUE(tipAtArm);
+    EXPECT_TRUE(tipAtArm(mesh));
     EXPECT_EQ(triangleCount(graph.delegate(), "/Skeleton"), 76u) << "adding children rebuilt the parent in the delegate";
 
     // The display size changes base and ball, but the tip stays at the child.
     graph.setDisplaySize(2.0);
     const ZentoUtils::Mesh bigger = meshOf(parent->geometry());
-    tipAtArm = false;
-    for (size_t i = 0; i < 18; ++i)
-        tipAtArm = tipAtArm || (bigger.points[i] - Imath::V3f(3, 0, 0)).length() < 1e-5f;
-    EXPECT_TRUE(tipAtArm);
+    EXPECT_TRUE(tipAtArm(bigger));
     EXPECT_NEAR(bigger.points[0].length(), std::sqrt(3.0) * 1.0, 1e-5) << "base corner at h = 0.5 * 2";
 }
 
