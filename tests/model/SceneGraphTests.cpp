@@ -1,5 +1,4 @@
 #include "JointNode.h"
-#include "MeshNode.h"
 #include "RigidBodyNode.h"
 #include "SceneState.h"
 #include "SolverNode.h"
@@ -205,25 +204,6 @@ TEST(SceneGraph, SelectionKeepsTheGivenOrderOnce)
     EXPECT_EQ(graph.selectedPaths(), (std::vector<std::string>{"/B", "/A", "/C/D"}));
     graph.setSelection({});
     EXPECT_TRUE(graph.selectedPaths().empty());
-}
-
-TEST(SceneGraph, MeshNodesShareTheirMapWithTheDelegate)
-{
-    ZentoSceneGraph graph;
-    auto skin = std::make_shared<MeshNode>(NodePath("/Skin"));
-    graph.addNode(skin, "");
-    EXPECT_EQ(graph.delegate().mesh(skin->path), nullptr) << "no map, no mesh";
-
-    auto body = std::make_shared<MeshNode>(NodePath("/Skin/Body"));
-    body->geometryMap = std::make_shared<MapMetadata>();
-    auto geo = std::make_shared<MetadataImpl<ZentoUtils::Mesh>>();
-    geo->get().points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
-    geo->get().indices = {0, 1, 2};
-    geo->get().counts = {3};
-    body->geometryMap->insertEntry("geo", geo);
-    graph.addNode(body, "/Skin");
-    EXPECT_EQ(body->geometry(), body->geometryMap) << "handed out, not rebuilt";
-    EXPECT_EQ(triangleCount(graph.delegate(), "/Skin/Body"), 1u);
 }
 
 TEST(SceneDelegate, UnknownIdsAndEmptyExtents)

@@ -40,6 +40,15 @@ std::string describe(const QColor& c)
     return "(" + std::to_string(c.red()) + ", " + std::to_string(c.green()) + ", " + std::to_string(c.blue()) + ")";
 }
 
+int differingPixels(const QImage& a, const QImage& b)
+{
+    int count = 0;
+    for (int y = 0; y < a.height(); ++y)
+        for (int x = 0; x < a.width(); ++x)
+            count += a.pixel(x, y) != b.pixel(x, y) ? 1 : 0;
+    return count;
+}
+
 // The frame without the corner axes, a square of a tenth of the height at the bottom left.
 QImage withoutCornerAxes(QImage image)
 {
@@ -431,11 +440,7 @@ TEST(Renderer, AnImportedSkeletonWithBodiesAndConstraintsIsDrawnToAScreenshot)
     // The joints and bones show between the bodies.
     shown.graph.showSkeleton = false;
     const QImage withoutSkeleton = withoutCornerAxes(shown.frame());
-    int skeleton = 0;
-    for (int y = 0; y < scene.height(); ++y)
-        for (int x = 0; x < scene.width(); ++x)
-            skeleton += scene.pixel(x, y) != withoutSkeleton.pixel(x, y) ? 1 : 0;
-    EXPECT_GT(skeleton, 300);
+    EXPECT_GT(differingPixels(scene, withoutSkeleton), 300);
 
     // Framed: every body's origin lies inside the view, and the figure spans a good part of its height.
     for (const auto& body : ragdoll.bodies) {
@@ -481,15 +486,8 @@ TEST(Renderer, ThePhysicsDebugDrawingShowsOverTheSceneOnlyWhileTheSimulationRuns
     EXPECT_FALSE(solver.physics.debugLines().empty());
     for (const Zento::DebugLine& line : solver.physics.debugLines())
         EXPECT_NEAR((line.to - line.from).length(), 1.0f, 1e-3f) << "in scene units";
-    const auto differing = [](const QImage& a, const QImage& b) {
-        int count = 0;
-        for (int y = 0; y < a.height(); ++y)
-            for (int x = 0; x < a.width(); ++x)
-                count += a.pixel(x, y) != b.pixel(x, y) ? 1 : 0;
-        return count;
-    };
-    EXPECT_GT(differing(plain, drawn), 20);
+    EXPECT_GT(differingPixels(plain, drawn), 20);
 
     shown.graph.stopSimulation();
-    EXPECT_EQ(differing(atRest, shown.frame()), 0) << "the lines go with the simulation";
+    EXPECT_EQ(differingPixels(atRest, shown.frame()), 0) << "the lines go with the simulation";
 }
