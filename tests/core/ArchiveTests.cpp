@@ -28,13 +28,6 @@ void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
-bool saveMap(const MapMetadata& map, const std::string& path)
-{
-    Archive archive(map.memSize(), 0);
-    archive << map;
-    return archive.writeToFile(path);
-}
-
 std::vector<unsigned char> payloadOf(const MapMetadata& map)
 {
     Archive archive(map.memSize(), 0);
@@ -126,7 +119,7 @@ TEST(ArchiveHostileInput, EveryTruncationOfAValidFileFails)
 {
     const MapMetadata map = makeMapOfEveryType();
     TemporaryDirectory dir;
-    ASSERT_TRUE(saveMap(map, dir.file("whole")));
+    ASSERT_TRUE(writeArchive(map, dir.file("whole")));
     const std::vector<unsigned char> file = readBytes(dir.file("whole"));
     const std::vector<unsigned char> payload = payloadOf(map);
 
@@ -149,7 +142,7 @@ TEST(ArchiveHostileInput, AnyChangedByteOfAFileIsRefused)
 {
     const MapMetadata map = makeMapOfEveryType();
     TemporaryDirectory dir;
-    ASSERT_TRUE(saveMap(map, dir.file("whole")));
+    ASSERT_TRUE(writeArchive(map, dir.file("whole")));
     const std::vector<unsigned char> file = readBytes(dir.file("whole"));
     for (size_t i = 0; i < file.size(); ++i) {
         std::vector<unsigned char> corrupted = file;
@@ -261,7 +254,7 @@ TEST(ArchiveHostileInput, OtherFilesAreRefused)
 
     // A newer format version than this program knows.
     const MapMetadata map = makeNestedMap();
-    ASSERT_TRUE(saveMap(map, dir.file("future.zento")));
+    ASSERT_TRUE(writeArchive(map, dir.file("future.zento")));
     std::vector<unsigned char> bytes = readBytes(dir.file("future.zento"));
     bytes[4] = Archive::kFormatVersion + 1;
     EXPECT_FALSE(archive.readFromBytes(bytes.data(), bytes.size()));
@@ -272,7 +265,7 @@ TEST(ArchiveSave, FailedSaveLeavesTheExistingFileByteForByte)
     TemporaryDirectory dir;
     const std::string target = dir.file("scene.zento");
     const MapMetadata small = makeNestedMap();
-    ASSERT_TRUE(saveMap(small, target));
+    ASSERT_TRUE(writeArchive(small, target));
     const std::vector<unsigned char> before = readBytes(target);
 
     MapMetadata large;
@@ -310,11 +303,7 @@ TEST(ArchiveSave, FailedSaveLeavesTheExistingFileByteForByte)
     }
 
     ASSERT_TRUE(second.writeToFile(target));
-    Archive in;
-    ASSERT_TRUE(in.readFromFile(target));
-    MapMetadata read;
-    in >> read;
-    EXPECT_TRUE(read.isEqual(&large, 0.0));
+    EXPECT_TRUE(readArchive(target).isEqual(&large, 0.0));
 }
 
 TEST(ArchiveSave, KeepsThePermissionsOfTheFileItReplaces)
@@ -322,9 +311,9 @@ TEST(ArchiveSave, KeepsThePermissionsOfTheFileItReplaces)
     TemporaryDirectory dir;
     const std::string target = dir.file("scene.zento");
     const MapMetadata map = makeNestedMap();
-    ASSERT_TRUE(saveMap(map, target));
+    ASSERT_TRUE(writeArchive(map, target));
     ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
-    ASSERT_TRUE(saveMap(map, target));
+    ASSERT_TRUE(writeArchive(map, target));
     struct stat info;
     ASSERT_EQ(::stat(target.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0640u);
@@ -338,7 +327,7 @@ TEST(ArchiveFuzzSeeds, WriteCorpus)
     int index = 0;
     for (const MapMetadata& map : {makeMapOfEveryType(), makeNestedMap(), MapMetadata()}) {
         const std::string name = corpus + "/seed-" + std::to_string(index++);
-        ASSERT_TRUE(saveMap(map, name + ".file"));
+        ASSERT_TRUE(writeArchive(map, name + ".file"));
         writeBytes(name + ".payload", payloadOf(map));
         MapMetadata read;
         ASSERT_TRUE(readPayload(readBytes(name + ".payload"), read));

@@ -1,4 +1,3 @@
-#include "Archive.h"
 #include "ArrayMetadata.h"
 #include "ConstraintNode.h"
 #include "JointNode.h"
@@ -9,6 +8,7 @@
 #include "SceneFile.h"
 #include "SceneState.h"
 #include "TemporaryDirectory.h"
+#include "TestValues.h"
 #include "TypedArrayMetadata.h"
 #include "ZentoSceneGraph.h"
 
@@ -61,15 +61,6 @@ void buildRagdoll(ZentoSceneGraph& graph)
     graph.createGround();
 }
 
-MapMetadata readFile(const std::string& file)
-{
-    Archive archive;
-    MapMetadata top;
-    if (archive.readFromFile(file))
-        archive >> top;
-    return top;
-}
-
 std::vector<std::string> pathsOfType(const ZentoSceneGraph& graph, int typeId)
 {
     std::vector<std::string> paths;
@@ -87,7 +78,7 @@ TEST(RagdollFile, BodiesAndConstraintsAreKeyedByJointNames)
     ZentoSceneGraph graph;
     buildRagdoll(graph);
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
-    const MapMetadata top = readFile(dir.file("doll.zentoragdoll"));
+    const MapMetadata top = readArchive(dir.file("doll.zentoragdoll"));
     const auto bodies = top.typedEntryAs<MapMetadata>("rigidBodies");
     const auto constraints = top.typedEntryAs<MapMetadata>("constraints");
     ASSERT_NE(bodies, nullptr);
@@ -127,7 +118,7 @@ TEST(RagdollFile, TheExtractedPoseIsCrossedAsTheRuntimeReadsIt)
     graph.addNode(offset, "/Root/Other");
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
 
-    const auto bodies = readFile(dir.file("doll.zentoragdoll")).typedEntryAs<MapMetadata>("rigidBodies");
+    const auto bodies = readArchive(dir.file("doll.zentoragdoll")).typedEntryAs<MapMetadata>("rigidBodies");
     const auto root = bodies->typedEntryAs<MapMetadata>("Root");
     ASSERT_NE(root, nullptr);
     EXPECT_EQ(root->typedEntry<Imath::V3d>("translation")->get(), Imath::V3d(1, 1, 1)) << "the scale";
@@ -205,12 +196,12 @@ TEST(RagdollFile, SubstringNamesPropsAndMissingJoints)
         // A prop constraint whose named parent body is gone walks up the tree instead: it finds no body and is left out.
         constraint->attributes.typedEntry<std::string>("parentRigidBody")->set("/Skeleton/Arm/Arm_RB");
         ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("arm.zentoragdoll")));
-        EXPECT_EQ(readFile(dir.file("arm.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->getKeys(),
+        EXPECT_EQ(readArchive(dir.file("arm.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->getKeys(),
                   std::vector<std::string>{"ArmToHand"});
 
         source.removeNodes(std::vector<std::string>{"/Skeleton/Arm/Arm_RB"});
         ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("gone.zentoragdoll")));
-        EXPECT_TRUE(readFile(dir.file("gone.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->empty());
+        EXPECT_TRUE(readArchive(dir.file("gone.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->empty());
     }
     ZentoSceneGraph target;
     addJoint(target, "/Skeleton", Imath::V3d(0, 0, 0));
@@ -237,7 +228,7 @@ TEST(RagdollFile, EmptyScenesAndBadFiles)
     ZentoSceneGraph graph;
     graph.createSolver();
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("empty.zentoragdoll")));
-    const MapMetadata top = readFile(dir.file("empty.zentoragdoll"));
+    const MapMetadata top = readArchive(dir.file("empty.zentoragdoll"));
     EXPECT_EQ(top.getKeys(), (std::vector<std::string>{"constraints", "rigidBodies"}));
     EXPECT_TRUE(top.typedEntryAs<MapMetadata>("rigidBodies")->empty());
 

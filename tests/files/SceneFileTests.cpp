@@ -1,4 +1,3 @@
-#include "Archive.h"
 #include "ArrayMetadata.h"
 #include "ConstraintNode.h"
 #include "JointNode.h"
@@ -10,6 +9,7 @@
 #include "SceneState.h"
 #include "SolverNode.h"
 #include "TemporaryDirectory.h"
+#include "TestValues.h"
 
 #include <gtest/gtest.h>
 
@@ -91,16 +91,12 @@ TEST(SceneFile, UnknownTypesAreDroppedAndTheirChildrenStay)
     ZentoSceneGraph graph;
     buildScene(graph);
     ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
-    Archive in;
-    ASSERT_TRUE(in.readFromFile(dir.file("scene.zento")));
-    MapMetadata top;
-    in >> top;
-    top.typedEntryAs<MapMetadata>("/Skeleton/mixamorig:Hips/Left Leg")->typedEntry<int>("typeId")->set(2);
-    top.typedEntry<int>("version")->set(2);
+    MapMetadata top = readArchive(dir.file("scene.zento"));
+    constexpr int kUnusedTypeId = 2; // between the joint's and the mesh's, given to no class
+    top.typedEntryAs<MapMetadata>("/Skeleton/mixamorig:Hips/Left Leg")->typedEntry<int>("typeId")->set(kUnusedTypeId);
+    top.typedEntry<int>("version")->set(top.typedEntry<int>("version")->get() + 1);
     top.typedEntryAs<MapMetadata>("/Solver")->removeEntry("translation");
-    Archive out(top.memSize(), 0);
-    out << top;
-    ASSERT_TRUE(out.writeToFile(dir.file("edited.zento")));
+    ASSERT_TRUE(writeArchive(top, dir.file("edited.zento")));
 
     ZentoSceneGraph loaded;
     ASSERT_TRUE(SceneFile::load(loaded, dir.file("edited.zento")));

@@ -1,5 +1,7 @@
 #include "TestValues.h"
 
+#include "Archive.h"
+
 #include <gtest/gtest.h>
 
 #include <Imath/ImathQuat.h>
@@ -81,6 +83,22 @@ MapMetadata makeNestedMap()
     MapMetadata emptyMap;
     root.addEntry("emptyMap", &emptyMap);
     return root;
+}
+
+bool writeArchive(const MapMetadata& map, const std::string& path)
+{
+    Archive archive(map.memSize(), 0);
+    archive << map;
+    return archive.writeToFile(path);
+}
+
+MapMetadata readArchive(const std::string& path)
+{
+    Archive archive;
+    MapMetadata map;
+    if (archive.readFromFile(path))
+        archive >> map;
+    return map;
 }
 
 namespace {

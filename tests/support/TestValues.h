@@ -4,6 +4,8 @@
 #include "MapMetadata.h"
 #include "TypedArrayMetadata.h"
 
+#include <string>
+
 // A mesh of two faces, a triangle and a quad, with normals and uvs.
 ZentoUtils::Mesh makeTestMesh();
 
@@ -12,6 +14,12 @@ ZentoCore::MapMetadata makeMapOfEveryType();
 
 // Maps of arrays of maps, as the ragdoll file nests its drives.
 ZentoCore::MapMetadata makeNestedMap();
+
+// A map written as an archive file; false when it cannot be written.
+bool writeArchive(const ZentoCore::MapMetadata& map, const std::string& path);
+
+// The map of an archive file; empty when it cannot be read.
+ZentoCore::MapMetadata readArchive(const std::string& path);
 
 // Gives every value of the map, nested ones included, another value of its
 // type that survives the trip through a float: doubles halved and moved by

@@ -1,8 +1,8 @@
-#include "Archive.h"
 #include "ArrayMetadata.h"
 #include "MeshLoader.h"
 #include "SkeletonLoader.h"
 #include "TemporaryDirectory.h"
+#include "TestValues.h"
 #include "UsdaSkeletonReader.h"
 
 #include <gtest/gtest.h>
@@ -413,9 +413,7 @@ TEST(LoaderFailures, WellFormedArchivesWithWrongContentFail)
 {
     TemporaryDirectory dir;
     const auto saveMap = [&](const MapMetadata& map, const std::string& name) {
-        Archive archive(map.memSize(), 0);
-        archive << map;
-        ASSERT_TRUE(archive.writeToFile(dir.file(name)));
+        ASSERT_TRUE(writeArchive(map, dir.file(name)));
     };
     const auto jointMap = [](int parent, bool withScale) {
         MapMetadata joint;
