@@ -1,6 +1,7 @@
 #include "ArrayMetadata.h"
 #include "ConstraintNode.h"
 #include "RigidBodyConstraintAttributes.h"
+#include "SceneState.h"
 #include "TestValues.h"
 
 #include <gtest/gtest.h>
@@ -19,16 +20,6 @@ using ZentoUtils::Mesh;
 using Record = Zento::RigidBodyConstraintAttributes;
 
 namespace {
-
-Mesh meshOf(ConstraintNode& node)
-{
-    const auto geometry = node.geometry();
-    if (!geometry || !geometry->typedEntry<Mesh>("geo")) {
-        ADD_FAILURE() << "no \"geo\" mesh";
-        return Mesh();
-    }
-    return geometry->typedEntry<Mesh>("geo")->get();
-}
 
 std::vector<GuideLine> guideLinesOf(const ConstraintNode& node)
 {

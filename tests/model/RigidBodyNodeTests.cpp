@@ -1,10 +1,9 @@
 #include "RigidBodyAttributes.h"
 #include "RigidBodyNode.h"
+#include "SceneState.h"
 #include "TestValues.h"
 
 #include <gtest/gtest.h>
-
-#include <Imath/ImathBox.h>
 
 #include <algorithm>
 #include <utility>
@@ -17,16 +16,6 @@ using ZentoUtils::Mesh;
 using Zento::RigidBodyAttributes;
 
 namespace {
-
-Mesh meshOf(BaseNode& node)
-{
-    const std::shared_ptr<MapMetadata> geometry = node.geometry();
-    if (!geometry)
-        return Mesh();
-    const auto geo = geometry->typedEntry<Mesh>("geo");
-    EXPECT_NE(geo, nullptr) << "a geometry map always has its \"geo\" entry";
-    return geo ? geo->get() : Mesh();
-}
 
 Mesh shape(int type, const Imath::V3d& dimension, int axis = 0)
 {
@@ -42,14 +31,6 @@ MapMetadata serialised(const RigidBodyAttributes& record)
     MapMetadata map;
     EXPECT_TRUE(record.serialise(&map));
     return map;
-}
-
-Imath::Box3f boundsOf(const Mesh& mesh)
-{
-    Imath::Box3f bounds;
-    for (const Imath::V3f& point : mesh.points)
-        bounds.extendBy(point);
-    return bounds;
 }
 
 } // namespace

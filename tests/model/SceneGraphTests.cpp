@@ -13,11 +13,6 @@ using namespace ZentoCore;
 
 namespace {
 
-ZentoUtils::Mesh meshOf(const std::shared_ptr<MapMetadata>& geometry)
-{
-    return geometry->typedEntry<ZentoUtils::Mesh>("geo")->get();
-}
-
 size_t triangleCount(const ZentoSceneDelegate& delegate, const std::string& path)
 {
     const ZentoSceneDelegate::_Mesh* mesh = delegate.mesh(NodePath(path));
@@ -31,7 +26,7 @@ TEST(JointNode, ALoneJointIsOneBallOf32Triangles)
     JointNode joint(NodePath("/Skeleton/Hips"));
     for (double size : {1.0, 2.0}) {
         joint.displaySize = size;
-        const ZentoUtils::Mesh mesh = meshOf(joint.geometry());
+        const ZentoUtils::Mesh mesh = meshOf(joint);
         EXPECT_EQ(mesh.counts, std::vector<int>(32, 3));
         EXPECT_EQ(mesh.points.size(), 96u);
         EXPECT_TRUE(mesh.isValid());
@@ -60,7 +55,7 @@ TEST(JointNode, EachChildJointGetsABonePointingAtIt)
         return std::any_of(mesh.points.begin(), mesh.points.begin() + 18,
                            [](const Imath::V3f& point) { return (point - Imath::V3f(3, 0, 0)).length() < 1e-5f; });
     };
-    const ZentoUtils::Mesh mesh = meshOf(parent->geometry());
+    const ZentoUtils::Mesh mesh = meshOf(*parent);
     // Per child: a bone of 6 triangles and a ball of 32.
     EXPECT_EQ(mesh.counts.size(), 2u * (6 + 32));
     EXPECT_TRUE(tipAtArm(mesh));
@@ -68,7 +63,7 @@ TEST(JointNode, EachChildJointGetsABonePointingAtIt)
 
     // The display size changes base and ball, but the tip stays at the child.
     graph.setDisplaySize(2.0);
-    const ZentoUtils::Mesh bigger = meshOf(parent->geometry());
+    const ZentoUtils::Mesh bigger = meshOf(*parent);
     EXPECT_TRUE(tipAtArm(bigger));
     EXPECT_NEAR(bigger.points[0].length(), std::sqrt(3.0) * 1.0, 1e-5) << "base corner at h = 0.5 * 2";
 }
@@ -78,10 +73,10 @@ TEST(JointNode, OtherChildrenDrawNothingAndAZeroBoneStaysFinite)
     ZentoSceneGraph graph;
     auto joint = addJoint(graph, "/Skeleton", Imath::V3d(0, 0, 0));
     graph.addNode(std::make_shared<RigidBodyNode>(NodePath("/Skeleton/Skeleton_RB")), "/Skeleton");
-    EXPECT_TRUE(meshOf(joint->geometry()).points.empty());
+    EXPECT_TRUE(meshOf(*joint).points.empty());
 
     addJoint(graph, "/Skeleton/Same", Imath::V3d(0, 0, 0));
-    const ZentoUtils::Mesh mesh = meshOf(joint->geometry());
+    const ZentoUtils::Mesh mesh = meshOf(*joint);
     EXPECT_EQ(mesh.counts.size(), 6u + 32u);
     for (const Imath::V3f& point : mesh.points)
         EXPECT_TRUE(std::isfinite(point.x) && std::isfinite(point.y) && std::isfinite(point.z));

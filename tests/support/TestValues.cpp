@@ -23,6 +23,14 @@ ZentoUtils::Mesh makeTestMesh()
     return mesh;
 }
 
+Imath::Box3f boundsOf(const ZentoUtils::Mesh& mesh)
+{
+    Imath::Box3f bounds;
+    for (const Imath::V3f& point : mesh.points)
+        bounds.extendBy(point);
+    return bounds;
+}
+
 MapMetadata makeMapOfEveryType()
 {
     MapMetadata map;

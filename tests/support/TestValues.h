@@ -4,10 +4,15 @@
 #include "MapMetadata.h"
 #include "TypedArrayMetadata.h"
 
+#include <Imath/ImathBox.h>
+
 #include <string>
 
 // A mesh of two faces, a triangle and a quad, with normals and uvs.
 ZentoUtils::Mesh makeTestMesh();
+
+// The box around a mesh's points.
+Imath::Box3f boundsOf(const ZentoUtils::Mesh& mesh);
 
 // A map with one entry of every value type, under the type's name.
 ZentoCore::MapMetadata makeMapOfEveryType();

@@ -80,14 +80,6 @@ int triangleCount(const ZentoUtils::Mesh& mesh)
     return triangles;
 }
 
-Imath::Box3f bounds(const ZentoUtils::Mesh& mesh)
-{
-    Imath::Box3f box;
-    for (const Imath::V3f& point : mesh.points)
-        box.extendBy(point);
-    return box;
-}
-
 Skeleton loadFailing(const std::string& file, std::string& error)
 {
     error.clear();
@@ -266,8 +258,8 @@ TEST(MeshImport, SkinnedGltfMeshInItsNodesSpace)
     EXPECT_EQ(triangleCount(geo->get()), 8);
     EXPECT_EQ(geo->get().counts, std::vector<int>(8, 3));
     EXPECT_EQ(geo->get().points.size(), 10u);
-    EXPECT_EQ(bounds(geo->get()).min, Imath::V3f(0, 0, 0));
-    EXPECT_EQ(bounds(geo->get()).max, Imath::V3f(1, 2, 0));
+    EXPECT_EQ(boundsOf(geo->get()).min, Imath::V3f(0, 0, 0));
+    EXPECT_EQ(boundsOf(geo->get()).max, Imath::V3f(1, 2, 0));
 
     const auto joint = childOf(*node, "nodes[1]");
     ASSERT_NE(joint, nullptr);
@@ -299,7 +291,7 @@ TEST(MeshImport, SkinnedFbxMeshKeepsItsPolygons)
     EXPECT_EQ(std::count(mesh.counts.begin(), mesh.counts.end(), 4), 52);
     EXPECT_EQ(triangleCount(mesh), 120);
     EXPECT_EQ(mesh.normals.size(), mesh.indices.size());
-    const Imath::Box3f box = bounds(mesh);
+    const Imath::Box3f box = boundsOf(mesh);
     EXPECT_TRUE(box.min.equalWithAbsError(Imath::V3f(-1.023423f, -1.023423f, -1.256193f), 1e-5f));
     EXPECT_TRUE(box.max.equalWithAbsError(Imath::V3f(4.334299f, 2.191928f, 4.182180f), 1e-5f));
     // The model's "Lcl Scaling" of 100 stays on the node, not in the points.
