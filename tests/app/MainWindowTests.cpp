@@ -8,7 +8,7 @@
 #include "StyleSheet.h"
 #include "ZentoRagdollBuilder.h"
 
-#include <QDockWidget>
+#include <QDir>
 #include <QDoubleSpinBox>
 #include <QFile>
 #include <QLabel>
@@ -28,15 +28,6 @@ namespace {
 
 const QString kPictures = ":/ZentoRagdollBuilder/Resources/";
 
-// Texts of a menu's or a bar's entries, "-" for a separator.
-QStringList entryTexts(const QList<QAction*>& actions)
-{
-    QStringList texts;
-    for (const QAction* action : actions)
-        texts << (action->isSeparator() ? QString("-") : action->text());
-    return texts;
-}
-
 void releaseKey(ZentoRagdollBuilder& window, Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
 {
     QKeyEvent event(QEvent::KeyRelease, key, modifiers);
@@ -45,132 +36,47 @@ void releaseKey(ZentoRagdollBuilder& window, Qt::Key key, Qt::KeyboardModifiers 
 
 } // namespace
 
-TEST(MainWindow, OpensWithItsTitleSizeAndEmptyStyle)
+TEST(MainWindow, EveryActionIsReachableWithItsOwnShortcutAndAPicture)
 {
     guiApplication();
     ZentoRagdollBuilder window;
-    EXPECT_EQ(window.windowTitle(), "Zento Ragdoll Builder");
-    EXPECT_EQ(window.objectName(), "ZentoRagdollBuilderClass");
-    EXPECT_EQ(window.size(), QSize(600, 400));
-    EXPECT_FALSE(window.windowIcon().isNull());
-    EXPECT_EQ(window.centralWidget(), window.viewport.data());
-    EXPECT_EQ(window.viewport->sceneGraph(), &window.sceneGraph);
-    EXPECT_EQ(window.dockWidgetArea(window.outliner), Qt::LeftDockWidgetArea);
-    EXPECT_EQ(window.dockWidgetArea(window.attributeEditor), Qt::RightDockWidgetArea);
-    EXPECT_EQ(window.attributeEditor->windowTitle(), "Attributes");
-}
-
-TEST(MainWindow, HasEveryActionWithItsNameTextAndShortcut)
-{
-    guiApplication();
-    ZentoRagdollBuilder window;
-    const struct {
-        QAction* action;
-        const char* name;
-        const char* text;
-        const char* shortcut;
-        bool checkable;
-    } expected[] = {
-        {window.ui.actionNew, "actionNew", "New", "Ctrl+N", false},
-        {window.ui.actionLoadScene, "actionLoadScene", "Load Scene", "Ctrl+O", false},
-        {window.ui.actionSaveScene, "actionSaveScene", "Save Scene", "Ctrl+S", false},
-        {window.ui.actionCopyAttributes, "actionCopyAttributes", "Copy Attributes", "Ctrl+C", false},
-        {window.ui.actionPaste, "actionPaste", "Paste Attributes", "Ctrl+V", false},
-        {window.ui.actionPasteDynamicAttributes, "actionPasteDynamicAttributes", "Paste Dynamic Attributes", "", false},
-        {window.ui.actionPasteDriveAtttributes, "actionPasteDriveAtttributes", "Paste Drive Atttributes", "", false},
-        {window.ui.actionAbout, "actionAbout", "About", "", false},
-        {window.ui.actionCreateRigidBody, "actionCreateRigidBody", "Rigid Body", "", false},
-        {window.ui.actionCreateConstraint, "actionCreateConstraint", "Constraint", "", false},
-        {window.ui.actionCreatePropConstraint, "actionCreatePropConstraint", "Prop Constraint", "", false},
-        {window.ui.actionLoadSkeleton, "actionLoadSkeleton", "Load Skeleton", "", false},
-        {window.ui.actionLoadMesh, "actionLoadMesh", "Load Mesh", "", false},
-        {window.ui.actionLoadRagdoll, "actionLoadRagdoll", "Load Ragdoll", "", false},
-        {window.ui.actionExportRagdoll, "actionExportRagdoll", "Export Ragdoll", "", false},
-        {window.ui.actionCreateGround, "actionCreateGround", "Ground", "", false},
-        {window.ui.actionViewMesh, "actionViewMesh", "Mesh", "", true},
-        {window.ui.actionViewRigidBodies, "actionViewRigidBodies", "Rigid Bodies", "", true},
-        {window.ui.actionViewConstraints, "actionViewConstraints", "Constraints", "", true},
-        {window.ui.actionViewSkeleton, "actionViewSkeleton", "Skeleton", "", true},
-        {window.ui.actionHideSelected, "actionHideSelected", "Hide Selected", "", false},
-        {window.ui.actionUnhideSelected, "actionUnhideSelected", "Unhide Selected", "", false},
-    };
-    for (const auto& entry : expected) {
-        ASSERT_NE(entry.action, nullptr) << entry.name;
-        EXPECT_EQ(entry.action->parent(), &window);
-        EXPECT_EQ(entry.action->objectName(), entry.name);
-        EXPECT_EQ(entry.action->text(), entry.text);
-        EXPECT_EQ(entry.action->shortcut(), QKeySequence(entry.shortcut)) << entry.name;
-        EXPECT_EQ(entry.action->isCheckable(), entry.checkable) << entry.name;
-        EXPECT_EQ(entry.action->isChecked(), entry.checkable) << entry.name;
-    }
-}
-
-TEST(MainWindow, MenusStandInOrderWithTheirEntries)
-{
-    guiApplication();
-    ZentoRagdollBuilder window;
-    EXPECT_EQ(window.menuBar(), window.ui.menuBar);
-    EXPECT_EQ(entryTexts(window.menuBar()->actions()),
-              QStringList({"File", "Edit", "Create", "Load", "Export", "View", "Help"}));
-    EXPECT_EQ(entryTexts(window.ui.menuFile->actions()), QStringList({"New", "Load Scene", "Save Scene"}));
-    EXPECT_EQ(entryTexts(window.ui.menuEdit->actions()),
-              QStringList({"Copy Attributes", "Paste Dynamic Attributes", "Paste Drive Atttributes",
-                           "Paste Attributes"}));
-    EXPECT_EQ(entryTexts(window.ui.menuCreate->actions()),
-              QStringList({"Rigid Body", "Constraint", "Prop Constraint", "Ground"}));
-    EXPECT_EQ(entryTexts(window.ui.menuLoad->actions()), QStringList({"Load Skeleton", "Load Mesh", "Load Ragdoll"}));
-    EXPECT_EQ(entryTexts(window.ui.menuExport->actions()), QStringList({"Export Ragdoll"}));
-    EXPECT_EQ(entryTexts(window.ui.menuView->actions()),
-              QStringList({"Mesh", "Rigid Bodies", "Constraints", "Skeleton", "-", "Hide Selected", "Unhide Selected"}));
-    EXPECT_EQ(entryTexts(window.ui.menuHelp->actions()), QStringList({"About"}));
-}
-
-TEST(MainWindow, ToolBarsHoldTheirOwnActionsWithPicturesInOrder)
-{
-    guiApplication();
-    ZentoRagdollBuilder window;
-    QToolBar* main = window.ui.mainToolBar;
-    EXPECT_EQ(main->objectName(), "mainToolBar");
-    EXPECT_EQ(window.toolBarArea(main), Qt::TopToolBarArea);
-    EXPECT_FALSE(main->isMovable());
-    EXPECT_EQ(entryTexts(main->actions()),
-              QStringList({"New Scene", "Load Scene", "Save Scene", "-", "Load Skeleton", "Load Mesh", "Load Ragdoll",
-                           "-", "Export ragdoll", "-", "Create RigidBody", "Create Constraint",
-                           "Create Prop Constraint", "Create Ground", "-", "Wireframe Mesh", "Wireframe Rigid Body",
-                           "Wireframe Constraint", "-", "Simulate"}));
-    const QStringList checkable = {"Wireframe Mesh", "Wireframe Rigid Body", "Wireframe Constraint", "Simulate"};
-    for (const QAction* action : main->actions()) {
+    QList<QAction*> reachable;
+    for (const QAction* menu : window.menuBar()->actions())
+        reachable += menu->menu()->actions();
+    for (const QToolBar* bar : window.findChildren<QToolBar*>())
+        for (QAction* action : bar->actions()) {
+            reachable += action;
+            EXPECT_TRUE(action->isSeparator() || !action->icon().pixmap(16).isNull()) << action->text().toStdString();
+        }
+    QStringList shortcuts;
+    for (const QAction* action : reachable) {
         if (action->isSeparator())
             continue;
-        // The bar's own actions: the menus' actions are others.
-        EXPECT_NE(action->parent(), nullptr);
-        EXPECT_NE(action, window.ui.actionLoadScene);
-        EXPECT_EQ(action->isCheckable(), checkable.contains(action->text())) << action->text().toStdString();
-        EXPECT_FALSE(action->isChecked());
-        EXPECT_FALSE(action->icon().isNull()) << action->text().toStdString();
+        EXPECT_FALSE(action->text().isEmpty());
+        const QString keys = action->shortcut().toString();
+        EXPECT_TRUE(keys.isEmpty() || !shortcuts.contains(keys)) << keys.toStdString() << " twice";
+        shortcuts << keys;
     }
+    for (QAction* action : window.findChildren<QAction*>(QString(), Qt::FindDirectChildrenOnly))
+        EXPECT_TRUE(reachable.contains(action)) << action->text().toStdString() << " is in no menu or bar";
 
-    QToolBar* tools = window.viewportToolBar;
-    EXPECT_EQ(tools->windowTitle(), "ViewportToolBar");
-    EXPECT_EQ(window.toolBarArea(tools), Qt::LeftToolBarArea);
-    EXPECT_FALSE(tools->isMovable());
-    EXPECT_FALSE(tools->isFloatable());
-    EXPECT_EQ(entryTexts(tools->actions()), QStringList({"Select (Q)", "Translate (W)", "Scale (E)", "Rotate (R)"}));
-    EXPECT_TRUE(window.selectAction->isChecked());
-    ASSERT_NE(window.selectAction->actionGroup(), nullptr);
-    EXPECT_TRUE(window.selectAction->actionGroup()->isExclusive());
-    EXPECT_EQ(window.selectAction->actionGroup()->actions(),
-              QList<QAction*>({window.selectAction, window.translateAction, window.rotateAction, window.scaleAction}));
+    // The scene and clipboard entries answer the usual keys.
+    EXPECT_EQ(window.ui.actionNew->shortcut(), QKeySequence("Ctrl+N"));
+    EXPECT_EQ(window.ui.actionLoadScene->shortcut(), QKeySequence("Ctrl+O"));
+    EXPECT_EQ(window.ui.actionSaveScene->shortcut(), QKeySequence("Ctrl+S"));
+    EXPECT_EQ(window.ui.actionCopyAttributes->shortcut(), QKeySequence("Ctrl+C"));
+    EXPECT_EQ(window.ui.actionPaste->shortcut(), QKeySequence("Ctrl+V"));
+    // Every pass is shown at the start, and its entry in the View menu says so.
+    for (const QAction* action : window.ui.menuView->actions())
+        EXPECT_EQ(action->isChecked(), action->isCheckable()) << action->text().toStdString();
 
-    // Every picture of the bars and the dialog is a real, non-empty picture.
-    for (const char* name :
-         {"new_scene", "load_scene", "save_scene", "load_skeleton", "load_mesh", "load_ragdoll", "export_ragdoll",
-          "create_rigid_body", "create_constraint", "create_prop_constraint", "create_ground", "mesh_wireframe",
-          "rigidbody_wireframe", "constraint_wireframe", "simulate", "select", "translate", "scale", "rotate",
-          "logo_new", "abouts", "NVIDIA_PhysX_Logo"}) {
-        const QImage picture(kPictures + name + ".png");
-        EXPECT_FALSE(picture.isNull()) << name;
-        EXPECT_GT(countPixels(picture, [](const QColor& c) { return c.alpha() > 0; }), picture.width()) << name;
+    // Every picture compiled in is a real, non-empty picture.
+    const QStringList pictures = QDir(kPictures).entryList({"*.png"});
+    EXPECT_FALSE(pictures.isEmpty());
+    for (const QString& name : pictures) {
+        const QImage picture(kPictures + name);
+        EXPECT_GT(countPixels(picture, [](const QColor& c) { return c.alpha() > 0; }), picture.width())
+            << name.toStdString();
     }
 }
 
@@ -180,10 +86,7 @@ TEST(MainWindow, StatusBarCarriesTheJointSizeSpinBox)
     ZentoRagdollBuilder window;
     QDoubleSpinBox* spinBox = window.jointSizeSpinBox;
     EXPECT_EQ(spinBox->parent(), window.statusBar());
-    EXPECT_EQ(spinBox->minimum(), 0.0);
-    EXPECT_EQ(spinBox->maximum(), 10000.0);
     EXPECT_EQ(spinBox->value(), 1.0);
-    EXPECT_EQ(spinBox->decimals(), QDoubleSpinBox().decimals());
     const QList<QLabel*> labels = window.statusBar()->findChildren<QLabel*>();
     EXPECT_TRUE(std::any_of(labels.begin(), labels.end(), [](QLabel* l) { return l->text() == "Joint Size:"; }));
 
@@ -198,23 +101,26 @@ TEST(MainWindow, ToolKeysAndToolActionsChooseTheViewportTool)
 {
     guiApplication();
     ZentoRagdollBuilder window;
+    EXPECT_TRUE(window.selectAction->isChecked());
     releaseKey(window, Qt::Key_W);
     EXPECT_TRUE(window.translateAction->isChecked());
-    EXPECT_EQ(window.viewport->toolMode, 1);
+    EXPECT_FALSE(window.selectAction->isChecked()) << "one tool at a time";
+    EXPECT_EQ(window.viewport->toolMode, Viewport::MoveTool);
     releaseKey(window, Qt::Key_E, Qt::ControlModifier);
     EXPECT_TRUE(window.scaleAction->isChecked());
-    EXPECT_EQ(window.viewport->toolMode, 3);
+    EXPECT_FALSE(window.translateAction->isChecked());
+    EXPECT_EQ(window.viewport->toolMode, Viewport::ScaleTool);
 
     window.rotateAction->trigger();
     EXPECT_TRUE(window.rotateAction->isChecked());
-    EXPECT_EQ(window.viewport->toolMode, 2);
+    EXPECT_EQ(window.viewport->toolMode, Viewport::RotateTool);
     window.selectAction->trigger();
-    EXPECT_EQ(window.viewport->toolMode, 0);
+    EXPECT_EQ(window.viewport->toolMode, Viewport::SelectTool);
 
     // A key press alone does nothing: shortcuts act on release.
     QKeyEvent press(QEvent::KeyPress, Qt::Key_R, Qt::NoModifier);
     QApplication::sendEvent(&window, &press);
-    EXPECT_EQ(window.viewport->toolMode, 0);
+    EXPECT_EQ(window.viewport->toolMode, Viewport::SelectTool);
 }
 
 TEST(MainWindow, NodeListUndoAndRedoKeepTheOutlinerInStep)
@@ -252,7 +158,6 @@ TEST(MainWindow, AboutDialogShowsTheProductAndItsCredits)
     guiApplication();
     AboutDialog dialog;
     EXPECT_EQ(dialog.windowTitle(), "About Zento Ragdoll Builder");
-    EXPECT_EQ(dialog.size(), QSize(449, 374));
     EXPECT_TRUE(dialog.isModal());
     const QString credits = dialog.findChild<QTextBrowser*>()->toPlainText();
     for (const char* library : {"Qt", "Bullet", "Assimp", "Imath"})

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <csignal>
 #include <fstream>
-#include <random>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -27,13 +26,6 @@ void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes
 {
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-bool saveMap(const MapMetadata& map, const std::string& path)
-{
-    Archive archive(map.memSize(), 0);
-    archive << map;
-    return archive.writeToFile(path);
 }
 
 std::vector<unsigned char> payloadOf(const MapMetadata& map)
@@ -87,7 +79,14 @@ std::vector<unsigned char> nestedMapsPayload(int depth)
 TEST(Archive, EveryValueTypeRoundTripsThroughAFileWithTypeAndExactValue)
 {
     TemporaryDirectory dir;
-    const MapMetadata written = makeMapOfEveryType();
+    MapMetadata written = makeMapOfEveryType();
+    MapMetadata nested = makeNestedMap();
+    written.addEntry("nested", &nested);
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    MetadataImpl<Imath::V3d> nonFinite(Imath::V3d(std::numeric_limits<double>::quiet_NaN(), kInfinity, -kInfinity));
+    written.addEntry("nonFinite", &nonFinite);
+    MetadataImpl<ZentoUtils::Mesh> emptyMesh;
+    written.addEntry("emptyMesh", &emptyMesh);
     Archive out(written.memSize(), 0);
     out << written;
     EXPECT_LE(out.size(), written.memSize()) << "memSize is an upper bound";
@@ -108,50 +107,19 @@ TEST(Archive, EveryValueTypeRoundTripsThroughAFileWithTypeAndExactValue)
     EXPECT_EQ(read.typedEntry<std::string>("string")->get().size(), 27u) << "embedded NUL kept";
     EXPECT_EQ(read.typedEntry<Imath::Eulerd>("Eulerd")->get().order(), Imath::Eulerd::ZXY);
     EXPECT_TRUE(std::signbit(read.typedEntry<Imath::V3d>("V3d")->get().y)) << "-0.0 kept";
-}
+    EXPECT_TRUE(std::isnan(read.typedEntry<Imath::V3d>("nonFinite")->get().x));
+    EXPECT_EQ(read.typedEntry<Imath::V3d>("nonFinite")->get().z, -kInfinity);
 
-TEST(Archive, NonFiniteDoublesAndNestedContainersRoundTrip)
-{
-    MapMetadata map = makeNestedMap();
-    MetadataImpl<Imath::V3d> odd(Imath::V3d(std::numeric_limits<double>::quiet_NaN(),
-                                            std::numeric_limits<double>::infinity(),
-                                            -std::numeric_limits<double>::infinity()));
-    map.addEntry("odd", &odd);
-    MapMetadata everything = makeMapOfEveryType();
-    map.addEntry("everything", &everything);
-
-    MapMetadata read;
-    ASSERT_TRUE(readPayload(payloadOf(map), read));
-    EXPECT_TRUE(read.isEqual(&map, 0.0)) << read.toString();
-    const auto drives = read.typedEntryAs<ArrayMetadata>("cDrive");
-    ASSERT_NE(drives, nullptr);
-    ASSERT_EQ(drives->get().size(), 6u);
-    EXPECT_EQ(drives->get()[5]->typeId(), MapMetadata::staticTypeId());
-    const Imath::V3d v = read.typedEntry<Imath::V3d>("odd")->get();
-    EXPECT_TRUE(std::isnan(v.x));
-    EXPECT_EQ(v.y, std::numeric_limits<double>::infinity());
-}
-
-TEST(Archive, EmptyMapAndEmptyMeshRoundTrip)
-{
-    MapMetadata empty;
-    MapMetadata read = makeNestedMap();
-    ASSERT_TRUE(readPayload(payloadOf(empty), read));
+    // Reading replaces what the map held: an empty map leaves nothing.
+    ASSERT_TRUE(readPayload(payloadOf(MapMetadata()), read));
     EXPECT_TRUE(read.empty());
-
-    MapMetadata withMesh;
-    MetadataImpl<ZentoUtils::Mesh> mesh;
-    withMesh.addEntry("geo", &mesh);
-    ASSERT_TRUE(readPayload(payloadOf(withMesh), read));
-    ASSERT_NE(read.typedEntry<ZentoUtils::Mesh>("geo"), nullptr);
-    EXPECT_TRUE(read.typedEntry<ZentoUtils::Mesh>("geo")->get().points.empty());
 }
 
 TEST(ArchiveHostileInput, EveryTruncationOfAValidFileFails)
 {
     const MapMetadata map = makeMapOfEveryType();
     TemporaryDirectory dir;
-    ASSERT_TRUE(saveMap(map, dir.file("whole")));
+    ASSERT_TRUE(writeArchive(map, dir.file("whole")));
     const std::vector<unsigned char> file = readBytes(dir.file("whole"));
     const std::vector<unsigned char> payload = payloadOf(map);
 
@@ -174,38 +142,13 @@ TEST(ArchiveHostileInput, AnyChangedByteOfAFileIsRefused)
 {
     const MapMetadata map = makeMapOfEveryType();
     TemporaryDirectory dir;
-    ASSERT_TRUE(saveMap(map, dir.file("whole")));
+    ASSERT_TRUE(writeArchive(map, dir.file("whole")));
     const std::vector<unsigned char> file = readBytes(dir.file("whole"));
     for (size_t i = 0; i < file.size(); ++i) {
         std::vector<unsigned char> corrupted = file;
         corrupted[i] ^= 0x10;
         Archive archive;
         EXPECT_FALSE(archive.readFromBytes(corrupted.data(), corrupted.size())) << i;
-    }
-}
-
-TEST(ArchiveHostileInput, RandomBytesNeverCrash)
-{
-    std::mt19937 random(1234);
-    const std::vector<unsigned char> valid = payloadOf(makeMapOfEveryType());
-    for (int round = 0; round < 2000; ++round) {
-        std::vector<unsigned char> bytes;
-        if (round % 2 == 0) {
-            bytes.resize(random() % 200);
-            for (unsigned char& byte : bytes)
-                byte = static_cast<unsigned char>(random());
-            // Often start like a map so the parser gets past the first check.
-            if (bytes.size() >= 4 && round % 4 == 0)
-                bytes[0] = kMapTypeId, bytes[1] = bytes[2] = bytes[3] = 0;
-        } else {
-            bytes = valid;
-            for (int flips = 0; flips < 4; ++flips)
-                bytes[random() % bytes.size()] = static_cast<unsigned char>(random());
-        }
-        MapMetadata read;
-        readPayload(bytes, read);
-        Archive file;
-        file.readFromBytes(bytes.data(), bytes.size());
     }
 }
 
@@ -311,7 +254,7 @@ TEST(ArchiveHostileInput, OtherFilesAreRefused)
 
     // A newer format version than this program knows.
     const MapMetadata map = makeNestedMap();
-    ASSERT_TRUE(saveMap(map, dir.file("future.zento")));
+    ASSERT_TRUE(writeArchive(map, dir.file("future.zento")));
     std::vector<unsigned char> bytes = readBytes(dir.file("future.zento"));
     bytes[4] = Archive::kFormatVersion + 1;
     EXPECT_FALSE(archive.readFromBytes(bytes.data(), bytes.size()));
@@ -322,7 +265,7 @@ TEST(ArchiveSave, FailedSaveLeavesTheExistingFileByteForByte)
     TemporaryDirectory dir;
     const std::string target = dir.file("scene.zento");
     const MapMetadata small = makeNestedMap();
-    ASSERT_TRUE(saveMap(small, target));
+    ASSERT_TRUE(writeArchive(small, target));
     const std::vector<unsigned char> before = readBytes(target);
 
     MapMetadata large;
@@ -360,11 +303,7 @@ TEST(ArchiveSave, FailedSaveLeavesTheExistingFileByteForByte)
     }
 
     ASSERT_TRUE(second.writeToFile(target));
-    Archive in;
-    ASSERT_TRUE(in.readFromFile(target));
-    MapMetadata read;
-    in >> read;
-    EXPECT_TRUE(read.isEqual(&large, 0.0));
+    EXPECT_TRUE(readArchive(target).isEqual(&large, 0.0));
 }
 
 TEST(ArchiveSave, KeepsThePermissionsOfTheFileItReplaces)
@@ -372,9 +311,9 @@ TEST(ArchiveSave, KeepsThePermissionsOfTheFileItReplaces)
     TemporaryDirectory dir;
     const std::string target = dir.file("scene.zento");
     const MapMetadata map = makeNestedMap();
-    ASSERT_TRUE(saveMap(map, target));
+    ASSERT_TRUE(writeArchive(map, target));
     ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
-    ASSERT_TRUE(saveMap(map, target));
+    ASSERT_TRUE(writeArchive(map, target));
     struct stat info;
     ASSERT_EQ(::stat(target.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0640u);
@@ -388,7 +327,7 @@ TEST(ArchiveFuzzSeeds, WriteCorpus)
     int index = 0;
     for (const MapMetadata& map : {makeMapOfEveryType(), makeNestedMap(), MapMetadata()}) {
         const std::string name = corpus + "/seed-" + std::to_string(index++);
-        ASSERT_TRUE(saveMap(map, name + ".file"));
+        ASSERT_TRUE(writeArchive(map, name + ".file"));
         writeBytes(name + ".payload", payloadOf(map));
         MapMetadata read;
         ASSERT_TRUE(readPayload(readBytes(name + ".payload"), read));

@@ -55,27 +55,6 @@ TEST(Frustum, DefaultsAndPerspectiveWindow)
     EXPECT_TRUE(toNdc(frustum, Imath::V3d(2, 1, -1)).equalWithAbsError(Imath::V3d(1, 1, toNdc(frustum, Imath::V3d(0, 0, -1)).z), 1e-12));
 }
 
-TEST(Frustum, HomeCameraLooksAtTheOriginWithYUp)
-{
-    const Frustum frustum = homeCamera(1.5);
-    const Imath::V3d view = frustum.computeViewDirection();
-    EXPECT_TRUE(view.equalWithAbsError(Imath::V3d(0, -1, -1).normalized(), 1e-12));
-    Imath::V3d side, up, direction;
-    frustum.computeViewFrame(side, up, direction);
-    EXPECT_TRUE(side.equalWithAbsError(Imath::V3d(1, 0, 0), 1e-12));
-    EXPECT_GT(up.y, 0.0);
-    EXPECT_TRUE(toNdc(frustum, Imath::V3d(0, 0, 0)).equalWithAbsError(Imath::V3d(0, 0, toNdc(frustum, Imath::V3d(0, 0, 0)).z), 1e-12));
-    // The origin lies at the view distance.
-    EXPECT_NEAR((frustum.position() + view * frustum.viewDistance()).length(), 0.0, 1e-9);
-    // +X is to the right on screen.
-    EXPECT_GT(toNdc(frustum, Imath::V3d(1, 0, 0)).x, 0.0);
-
-    const Imath::M44d product = frustum.computeViewMatrix() * frustum.computeViewInverse();
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            EXPECT_NEAR(product[i][j], i == j ? 1.0 : 0.0, 1e-12);
-}
-
 TEST(Frustum, APointProjectedToPixelsAndBackThroughARayLandsOnItself)
 {
     const int width = 800;

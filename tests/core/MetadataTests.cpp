@@ -111,19 +111,6 @@ TEST(Metadata, CreateByTypeIdGivesEveryClassAndNothingElse)
         EXPECT_EQ(createMetadata(unknown), nullptr) << unknown;
 }
 
-TEST(Metadata, TypeIdsTheAttributeEditorDispatchesOn)
-{
-    EXPECT_EQ(MetadataImpl<int>::staticTypeId(), 3u);
-    EXPECT_EQ(MetadataImpl<double>::staticTypeId(), 4u);
-    EXPECT_EQ(MetadataImpl<Imath::V3d>::staticTypeId(), 5u);
-    EXPECT_EQ(MetadataImpl<Imath::M44d>::staticTypeId(), 7u);
-    EXPECT_EQ(MetadataImpl<Imath::Quatd>::staticTypeId(), 8u);
-    EXPECT_EQ(MetadataImpl<Imath::Eulerd>::staticTypeId(), 9u);
-    EXPECT_EQ(MetadataImpl<std::string>::staticTypeId(), 10u);
-    EXPECT_EQ(MetadataImpl<bool>::staticTypeId(), 13u);
-    EXPECT_EQ(MetadataImpl<Imath::V2d>::staticTypeId(), 27u);
-}
-
 TEST(Metadata, IsEqualHonoursToleranceTypeAndEulerOrder)
 {
     MetadataImpl<Imath::V3d> a(Imath::V3d(1, 2, 3));

@@ -133,12 +133,6 @@ TEST(CharacterImport, MeshTreesBecomeGroupsAndMeshesBelowSkin)
     EXPECT_EQ(graph.node("/Skin/Body")->parent, graph.node("/Skin").get()) << "the first level is linked to /Skin";
     EXPECT_EQ(graph.delegate().mesh(a->path)->numVerts.size(), 1u);
 
-    // The meshes survive a scene file with their whole map.
-    ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
-    ZentoSceneGraph loaded;
-    ASSERT_TRUE(SceneFile::load(loaded, dir.file("scene.zento")));
-    expectSameScene(capture(graph), capture(loaded), "scene file", false, 0.0);
-
     // A file with no children gives only /Skin.
     MapMetadata empty;
     empty.insertEntry(Zento::kMeshChildrenKey, std::make_shared<MapMetadata>());

@@ -1,4 +1,3 @@
-#include "Archive.h"
 #include "ArrayMetadata.h"
 #include "ConstraintNode.h"
 #include "JointNode.h"
@@ -9,12 +8,12 @@
 #include "SceneFile.h"
 #include "SceneState.h"
 #include "TemporaryDirectory.h"
+#include "TestValues.h"
 #include "TypedArrayMetadata.h"
 #include "ZentoSceneGraph.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 
 using namespace ZentoCore;
 using Zento::RigidBodyConstraintAttributes;
@@ -63,15 +62,6 @@ void buildRagdoll(ZentoSceneGraph& graph)
     graph.createGround();
 }
 
-MapMetadata readFile(const std::string& file)
-{
-    Archive archive;
-    MapMetadata top;
-    if (archive.readFromFile(file))
-        archive >> top;
-    return top;
-}
-
 std::vector<std::string> pathsOfType(const ZentoSceneGraph& graph, int typeId)
 {
     std::vector<std::string> paths;
@@ -89,7 +79,7 @@ TEST(RagdollFile, BodiesAndConstraintsAreKeyedByJointNames)
     ZentoSceneGraph graph;
     buildRagdoll(graph);
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
-    const MapMetadata top = readFile(dir.file("doll.zentoragdoll"));
+    const MapMetadata top = readArchive(dir.file("doll.zentoragdoll"));
     const auto bodies = top.typedEntryAs<MapMetadata>("rigidBodies");
     const auto constraints = top.typedEntryAs<MapMetadata>("constraints");
     ASSERT_NE(bodies, nullptr);
@@ -129,7 +119,7 @@ TEST(RagdollFile, TheExtractedPoseIsCrossedAsTheRuntimeReadsIt)
     graph.addNode(offset, "/Root/Other");
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
 
-    const auto bodies = readFile(dir.file("doll.zentoragdoll")).typedEntryAs<MapMetadata>("rigidBodies");
+    const auto bodies = readArchive(dir.file("doll.zentoragdoll")).typedEntryAs<MapMetadata>("rigidBodies");
     const auto root = bodies->typedEntryAs<MapMetadata>("Root");
     ASSERT_NE(root, nullptr);
     EXPECT_EQ(root->typedEntry<Imath::V3d>("translation")->get(), Imath::V3d(1, 1, 1)) << "the scale";
@@ -207,12 +197,12 @@ TEST(RagdollFile, SubstringNamesPropsAndMissingJoints)
         // A prop constraint whose named parent body is gone walks up the tree instead: it finds no body and is left out.
         constraint->attributes.typedEntry<std::string>("parentRigidBody")->set("/Skeleton/Arm/Arm_RB");
         ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("arm.zentoragdoll")));
-        EXPECT_EQ(readFile(dir.file("arm.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->getKeys(),
+        EXPECT_EQ(readArchive(dir.file("arm.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->getKeys(),
                   std::vector<std::string>{"ArmToHand"});
 
         source.removeNodes(std::vector<std::string>{"/Skeleton/Arm/Arm_RB"});
         ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("gone.zentoragdoll")));
-        EXPECT_TRUE(readFile(dir.file("gone.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->empty());
+        EXPECT_TRUE(readArchive(dir.file("gone.zentoragdoll")).typedEntryAs<MapMetadata>("constraints")->empty());
     }
     ZentoSceneGraph target;
     addJoint(target, "/Skeleton", Imath::V3d(0, 0, 0));
@@ -239,16 +229,15 @@ TEST(RagdollFile, EmptyScenesAndBadFiles)
     ZentoSceneGraph graph;
     graph.createSolver();
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("empty.zentoragdoll")));
-    const MapMetadata top = readFile(dir.file("empty.zentoragdoll"));
+    const MapMetadata top = readArchive(dir.file("empty.zentoragdoll"));
     EXPECT_EQ(top.getKeys(), (std::vector<std::string>{"constraints", "rigidBodies"}));
     EXPECT_TRUE(top.typedEntryAs<MapMetadata>("rigidBodies")->empty());
 
     buildRagdoll(graph);
     ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
     ASSERT_TRUE(RagdollFile::exportRagdoll(graph, dir.file("doll.zentoragdoll")));
-    std::ifstream in(dir.file("doll.zentoragdoll"), std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::ofstream(dir.file("half.zentoragdoll"), std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+    const std::string bytes = dir.read("doll.zentoragdoll");
+    dir.write("half.zentoragdoll", bytes.substr(0, bytes.size() / 2));
 
     ZentoSceneGraph skeleton;
     addJoint(skeleton, "/Skeleton", Imath::V3d(0, 0, 0));

@@ -1,8 +1,15 @@
+#include "ConstraintNode.h"
+#include "JointNode.h"
+#include "MeshNode.h"
+#include "RigidBodyNode.h"
+#include "SolverNode.h"
 #include "TransformNode.h"
+#include "TypedArrayMetadata.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <set>
 
 using ZentoCore::NodePath;
 
@@ -17,30 +24,89 @@ Imath::V3d transformed(const Imath::M44d& m, const Imath::V3d& point)
 
 constexpr double kQuarterTurn = M_PI / 2.0;
 
+// A node of every class, with the type id that its class declares.
+std::vector<std::pair<int, std::shared_ptr<BaseNode>>> oneOfEachClass()
+{
+    const NodePath path("/n");
+    return {{TransformNode::kTypeId, std::make_shared<TransformNode>(path)},
+            {JointNode::kTypeId, std::make_shared<JointNode>(path)},
+            {MeshNode::kTypeId, std::make_shared<MeshNode>(path)},
+            {RigidBodyNode::kTypeId, std::make_shared<RigidBodyNode>(path)},
+            {ConstraintNode::kTypeId, std::make_shared<ConstraintNode>(path)},
+            {SolverNode::kTypeId, std::make_shared<SolverNode>(path)}};
+}
+
 } // namespace
 
-TEST(Node, StartsWithTheDocumentedState)
+TEST(NodeClasses, TypeIdsAndNamesAreDistinctAndEachClassReportsItsOwn)
 {
-    TransformNode node(NodePath("/Skeleton/Hips"));
-    EXPECT_EQ(node.typeId(), 0);
-    EXPECT_EQ(node.typeName(), "Transform");
-    EXPECT_EQ(&node.typeName(), &TransformNode(NodePath("/x")).typeName()) << "one static name";
-    EXPECT_FALSE(node.skipsRendering());
-    EXPECT_EQ(node.geometry(), nullptr);
-    EXPECT_FALSE(node.geometryFollowsChildren());
-    EXPECT_FALSE(node.geometryFollowsAttributes());
-    std::vector<GuideLine> lines;
-    node.guideLines(lines);
-    EXPECT_TRUE(lines.empty());
-    EXPECT_EQ(node.path.name(), "Hips");
-    EXPECT_EQ(node.rotation.order(), Imath::Eulerd::XYZ);
-    EXPECT_EQ(node.color, Imath::V4d(0.65, 0.65, 0.65, 1.0));
-    EXPECT_EQ(node.scale, Imath::V3d(1, 1, 1));
-    EXPECT_TRUE(node.visible);
-    EXPECT_TRUE(node.active);
-    EXPECT_EQ(node.displaySize, 1.0);
-    EXPECT_EQ(node.parent, nullptr);
-    EXPECT_TRUE(node.attributes.empty());
+    const auto classes = oneOfEachClass();
+    std::set<int> ids;
+    std::set<std::string> names;
+    for (const auto& [typeId, node] : classes) {
+        EXPECT_EQ(node->typeId(), typeId) << node->typeName();
+        ids.insert(typeId);
+        names.insert(node->typeName());
+    }
+    // Scene files name each node's class by its id.
+    EXPECT_EQ(ids.size(), classes.size());
+    EXPECT_EQ(names.size(), classes.size());
+}
+
+// The attribute editor walks "__list__", showing each item's attribute under
+// the "@" group headers, and offers an enum hint's options for an int.
+TEST(NodeClasses, HintsNameAttributesOfTheirNode)
+{
+    using StringList = ZentoCore::TypedArrayMetadata<std::string>;
+    for (const auto& [typeId, node] : oneOfEachClass()) {
+        SCOPED_TRACE(node->typeName());
+        const bool solver = typeId == SolverNode::kTypeId;
+        const auto list = node->attributeHints.typedEntryAs<StringList>("__list__");
+        std::set<std::string> listed;
+        std::vector<std::string> withoutAttribute;
+        for (const std::string& item : list ? list->get() : std::vector<std::string>()) {
+            ASSERT_FALSE(item.empty());
+            if (item[0] == '@')
+                continue;
+            listed.insert(item);
+            if (!node->attributes.getEntry(item))
+                withoutAttribute.push_back(item);
+        }
+        // The solver lists "enableDynamic", which names nothing, and saves
+        // "useGpu" without offering it.
+        EXPECT_EQ(withoutAttribute, solver ? std::vector<std::string>{"enableDynamic"} : std::vector<std::string>());
+        // A body's record also carries its pose, which the editor does not show.
+        if (typeId != RigidBodyNode::kTypeId) {
+            std::vector<std::string> unlisted;
+            for (const std::string& key : node->attributes.getKeys())
+                if (!listed.count(key))
+                    unlisted.push_back(key);
+            EXPECT_EQ(unlisted, solver ? std::vector<std::string>{"useGpu"} : std::vector<std::string>());
+        }
+
+        for (const std::string& key : node->attributeHints.getKeys()) {
+            if (key == "__list__")
+                continue;
+            const auto hint = node->attributeHints.typedEntryAs<ZentoCore::MapMetadata>(key);
+            const auto options = hint ? hint->typedEntryAs<StringList>("enum") : nullptr;
+            ASSERT_NE(options, nullptr) << key;
+            const auto value = node->attributes.typedEntry<int>(key);
+            ASSERT_NE(value, nullptr) << key << " is no int attribute";
+            EXPECT_GE(value->get(), 0) << key;
+            EXPECT_LT(value->get(), static_cast<int>(options->get().size())) << key << ": the default is an option";
+            EXPECT_TRUE(listed.count(key)) << key;
+        }
+    }
+}
+
+TEST(NodeClasses, NodesOwnTheirAttributeValues)
+{
+    // Values shared between nodes would let an edit of one show in the other.
+    const auto first = oneOfEachClass();
+    const auto second = oneOfEachClass();
+    for (size_t i = 0; i < first.size(); ++i)
+        for (const auto& [key, value] : first[i].second->attributes)
+            EXPECT_NE(value, second[i].second->attributes.getEntry(key)) << first[i].second->typeName() << " " << key;
 }
 
 TEST(Node, LocalMatrixScalesThenRotatesThenTranslates)

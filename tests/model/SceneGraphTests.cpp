@@ -1,5 +1,4 @@
 #include "JointNode.h"
-#include "MeshNode.h"
 #include "RigidBodyNode.h"
 #include "SceneState.h"
 #include "SolverNode.h"
@@ -7,16 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace ZentoCore;
 
 namespace {
-
-ZentoUtils::Mesh meshOf(const std::shared_ptr<MapMetadata>& geometry)
-{
-    return geometry->typedEntry<ZentoUtils::Mesh>("geo")->get();
-}
 
 size_t triangleCount(const ZentoSceneDelegate& delegate, const std::string& path)
 {
@@ -29,14 +24,9 @@ size_t triangleCount(const ZentoSceneDelegate& delegate, const std::string& path
 TEST(JointNode, ALoneJointIsOneBallOf32Triangles)
 {
     JointNode joint(NodePath("/Skeleton/Hips"));
-    EXPECT_EQ(joint.typeId(), 1);
-    EXPECT_EQ(joint.typeName(), "Joint");
-    ASSERT_NE(joint.attributes.typedEntry<int>("jointId"), nullptr);
-    EXPECT_EQ(joint.attributes.typedEntry<int>("jointId")->value(), -1);
-
     for (double size : {1.0, 2.0}) {
         joint.displaySize = size;
-        const ZentoUtils::Mesh mesh = meshOf(joint.geometry());
+        const ZentoUtils::Mesh mesh = meshOf(joint);
         EXPECT_EQ(mesh.counts, std::vector<int>(32, 3));
         EXPECT_EQ(mesh.points.size(), 96u);
         EXPECT_TRUE(mesh.isValid());
@@ -60,23 +50,21 @@ TEST(JointNode, EachChildJointGetsABonePointingAtIt)
     addJoint(graph, "/Skeleton/Arm", Imath::V3d(3, 0, 0));
     addJoint(graph, "/Skeleton/Leg", Imath::V3d(0, -2, 0));
 
-    const ZentoUtils::Mesh mesh = meshOf(parent->geometry());
+    // The first bone's 6 triangles come first, and its tip is at the first child.
+    const auto tipAtArm = [](const ZentoUtils::Mesh& mesh) {
+        return std::any_of(mesh.points.begin(), mesh.points.begin() + 18,
+                           [](const Imath::V3f& point) { return (point - Imath::V3f(3, 0, 0)).length() < 1e-5f; });
+    };
+    const ZentoUtils::Mesh mesh = meshOf(*parent);
     // Per child: a bone of 6 triangles and a ball of 32.
     EXPECT_EQ(mesh.counts.size(), 2u * (6 + 32));
-    // The first bone's tip is at the first child.
-    bool tipAtArm = false;
-    for (size_t i = 0; i < 18; ++i)
-        tipAtArm = tipAtArm || (mesh.points[i] - Imath::V3f(3, 0, 0)).length() < 1e-5f;
-    EXPECT_TRUE(tipAtArm);
+    EXPECT_TRUE(tipAtArm(mesh));
     EXPECT_EQ(triangleCount(graph.delegate(), "/Skeleton"), 76u) << "adding children rebuilt the parent in the delegate";
 
     // The display size changes base and ball, but the tip stays at the child.
     graph.setDisplaySize(2.0);
-    const ZentoUtils::Mesh bigger = meshOf(parent->geometry());
-    tipAtArm = false;
-    for (size_t i = 0; i < 18; ++i)
-        tipAtArm = tipAtArm || (bigger.points[i] - Imath::V3f(3, 0, 0)).length() < 1e-5f;
-    EXPECT_TRUE(tipAtArm);
+    const ZentoUtils::Mesh bigger = meshOf(*parent);
+    EXPECT_TRUE(tipAtArm(bigger));
     EXPECT_NEAR(bigger.points[0].length(), std::sqrt(3.0) * 1.0, 1e-5) << "base corner at h = 0.5 * 2";
 }
 
@@ -85,10 +73,10 @@ TEST(JointNode, OtherChildrenDrawNothingAndAZeroBoneStaysFinite)
     ZentoSceneGraph graph;
     auto joint = addJoint(graph, "/Skeleton", Imath::V3d(0, 0, 0));
     graph.addNode(std::make_shared<RigidBodyNode>(NodePath("/Skeleton/Skeleton_RB")), "/Skeleton");
-    EXPECT_TRUE(meshOf(joint->geometry()).points.empty());
+    EXPECT_TRUE(meshOf(*joint).points.empty());
 
     addJoint(graph, "/Skeleton/Same", Imath::V3d(0, 0, 0));
-    const ZentoUtils::Mesh mesh = meshOf(joint->geometry());
+    const ZentoUtils::Mesh mesh = meshOf(*joint);
     EXPECT_EQ(mesh.counts.size(), 6u + 32u);
     for (const Imath::V3f& point : mesh.points)
         EXPECT_TRUE(std::isfinite(point.x) && std::isfinite(point.y) && std::isfinite(point.z));
@@ -211,25 +199,6 @@ TEST(SceneGraph, SelectionKeepsTheGivenOrderOnce)
     EXPECT_EQ(graph.selectedPaths(), (std::vector<std::string>{"/B", "/A", "/C/D"}));
     graph.setSelection({});
     EXPECT_TRUE(graph.selectedPaths().empty());
-}
-
-TEST(SceneGraph, MeshNodesShareTheirMapWithTheDelegate)
-{
-    ZentoSceneGraph graph;
-    auto skin = std::make_shared<MeshNode>(NodePath("/Skin"));
-    graph.addNode(skin, "");
-    EXPECT_EQ(graph.delegate().mesh(skin->path), nullptr) << "no map, no mesh";
-
-    auto body = std::make_shared<MeshNode>(NodePath("/Skin/Body"));
-    body->geometryMap = std::make_shared<MapMetadata>();
-    auto geo = std::make_shared<MetadataImpl<ZentoUtils::Mesh>>();
-    geo->get().points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
-    geo->get().indices = {0, 1, 2};
-    geo->get().counts = {3};
-    body->geometryMap->insertEntry("geo", geo);
-    graph.addNode(body, "/Skin");
-    EXPECT_EQ(body->geometry(), body->geometryMap) << "handed out, not rebuilt";
-    EXPECT_EQ(triangleCount(graph.delegate(), "/Skin/Body"), 1u);
 }
 
 TEST(SceneDelegate, UnknownIdsAndEmptyExtents)

@@ -740,33 +740,6 @@ TEST(PhysicsScene, CollisionEnableAggregatesAndPools)
     }
 }
 
-TEST(PhysicsScene, DebugDrawingIsCollectedOnlyWhenEnabled)
-{
-    for (bool enable : {false, true}) {
-        ZentoPhysx physics;
-        physics.enablePvd(enable);
-        physics.setScale(0.5);
-        physics.init();
-        physics.initScene();
-        ZentoUtils::Mesh mesh;
-        RigidBodyAttributes record;
-        record.type = RigidBodyAttributes::Plane;
-        record.state = RigidBodyAttributes::Static;
-        record.axis = 1;
-        physics.addRigidBody("ground", record, &mesh, false);
-        record.type = RigidBodyAttributes::Box;
-        record.state = RigidBodyAttributes::Dynamic;
-        record.dimension = V3f(0.5f, 0.5f, 0.5f);
-        record.translation = V3f(0, 0.49f, 0);
-        physics.addRigidBody("box", record, &mesh, false);
-        physics.stepPhysics();
-        EXPECT_EQ(physics.debugLines().empty(), !enable);
-        // Lines come back in scene units: the contacts lie under the box.
-        for (const Zento::DebugLine& line : physics.debugLines())
-            EXPECT_LT(line.from.length(), 2.0f);
-    }
-}
-
 TEST(PhysicsRobustness, BadSizesAndMassesBuildNothingOrSomethingFinite)
 {
     Scene scene;

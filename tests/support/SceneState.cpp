@@ -76,3 +76,14 @@ std::shared_ptr<JointNode> addJoint(ZentoSceneGraph& graph, const std::string& p
     graph.addNode(joint, ZentoCore::NodePath(path).parentPath().string());
     return joint;
 }
+
+ZentoUtils::Mesh meshOf(BaseNode& node)
+{
+    const auto geometry = node.geometry();
+    const auto geo = geometry ? geometry->typedEntry<ZentoUtils::Mesh>("geo") : nullptr;
+    if (!geo) {
+        ADD_FAILURE() << node.path.string() << " has no \"geo\" mesh";
+        return ZentoUtils::Mesh();
+    }
+    return geo->get();
+}

@@ -41,3 +41,6 @@ void expectSameScene(const SceneState& expected, const SceneState& actual, const
 // A joint at path, below the node of its parent path (or at the top).
 std::shared_ptr<JointNode> addJoint(ZentoSceneGraph& graph, const std::string& path, const Imath::V3d& translation,
                                     const Imath::Eulerd& rotation = Imath::Eulerd());
+
+// The "geo" mesh of a node's geometry; empty, with a failure, when there is none.
+ZentoUtils::Mesh meshOf(BaseNode& node);

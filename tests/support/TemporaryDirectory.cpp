@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <dirent.h>
+#include <fstream>
+#include <iterator>
 #include <sys/stat.h>
 
 TemporaryDirectory::TemporaryDirectory()
@@ -32,4 +34,15 @@ std::vector<std::string> TemporaryDirectory::entries() const
         ::closedir(dir);
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::string TemporaryDirectory::read(const std::string& name) const
+{
+    std::ifstream in(file(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void TemporaryDirectory::write(const std::string& name, const std::string& bytes) const
+{
+    std::ofstream(file(name), std::ios::binary) << bytes;
 }

@@ -14,6 +14,9 @@ public:
 
     const std::string& path() const { return mPath; }
     std::string file(const std::string& name) const { return mPath + "/" + name; }
+    // The bytes of a file in the directory; empty when it cannot be read.
+    std::string read(const std::string& name) const;
+    void write(const std::string& name, const std::string& bytes) const;
     // The names in the directory, sorted.
     std::vector<std::string> entries() const;
 

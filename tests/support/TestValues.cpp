@@ -1,5 +1,11 @@
 #include "TestValues.h"
 
+#include "Archive.h"
+
+#include <gtest/gtest.h>
+
+#include <Imath/ImathQuat.h>
+
 #include <cmath>
 #include <limits>
 
@@ -15,6 +21,14 @@ ZentoUtils::Mesh makeTestMesh()
     for (int i = 0; i < 7; ++i)
         mesh.uvs.emplace_back(0.125f * i, 1.0f - 0.0625f * i);
     return mesh;
+}
+
+Imath::Box3f boundsOf(const ZentoUtils::Mesh& mesh)
+{
+    Imath::Box3f bounds;
+    for (const Imath::V3f& point : mesh.points)
+        bounds.extendBy(point);
+    return bounds;
 }
 
 MapMetadata makeMapOfEveryType()
@@ -77,4 +91,98 @@ MapMetadata makeNestedMap()
     MapMetadata emptyMap;
     root.addEntry("emptyMap", &emptyMap);
     return root;
+}
+
+bool writeArchive(const MapMetadata& map, const std::string& path)
+{
+    Archive archive(map.memSize(), 0);
+    archive << map;
+    return archive.writeToFile(path);
+}
+
+MapMetadata readArchive(const std::string& path)
+{
+    Archive archive;
+    MapMetadata map;
+    if (archive.readFromFile(path))
+        archive >> map;
+    return map;
+}
+
+namespace {
+
+void changeValue(Metadata& value, int& counter)
+{
+    ++counter;
+    const double offset = 0.25 * counter;
+    switch (value.typeId()) {
+    case MetadataImpl<bool>::staticTypeId(): {
+        auto& flag = static_cast<MetadataImpl<bool>&>(value).get();
+        flag = !flag;
+        break;
+    }
+    case MetadataImpl<int>::staticTypeId(): {
+        auto& number = static_cast<MetadataImpl<int>&>(value).get();
+        number = (number + 1) % 3;
+        break;
+    }
+    case MetadataImpl<double>::staticTypeId(): {
+        auto& number = static_cast<MetadataImpl<double>&>(value).get();
+        number = number * 0.5 + offset;
+        break;
+    }
+    case MetadataImpl<Imath::V2d>::staticTypeId():
+        static_cast<MetadataImpl<Imath::V2d>&>(value).get() = Imath::V2d(offset, -offset);
+        break;
+    case MetadataImpl<Imath::V3d>::staticTypeId():
+        static_cast<MetadataImpl<Imath::V3d>&>(value).get() = Imath::V3d(offset, -offset, 2 * offset);
+        break;
+    case MetadataImpl<Imath::Quatd>::staticTypeId(): {
+        auto& rotation = static_cast<MetadataImpl<Imath::Quatd>&>(value).get();
+        rotation = rotation * Imath::Quatd(0.5, 0.5, -0.5, 0.5);
+        break;
+    }
+    case MetadataImpl<Imath::M44d>::staticTypeId():
+        static_cast<MetadataImpl<Imath::M44d>&>(value).get().setTranslation(Imath::V3d(offset, 1, 2));
+        break;
+    case MetadataImpl<std::string>::staticTypeId():
+        static_cast<MetadataImpl<std::string>&>(value).get() += "SpineToNeck";
+        break;
+    case ArrayMetadata::staticTypeId():
+        for (const auto& element : static_cast<ArrayMetadata&>(value).get())
+            changeValue(*element, counter);
+        break;
+    case MapMetadata::staticTypeId():
+        for (const auto& entry : static_cast<MapMetadata&>(value))
+            changeValue(*entry.second, counter);
+        break;
+    default:
+        ADD_FAILURE() << "unexpected value type " << value.typeStr();
+    }
+}
+
+} // namespace
+
+void changeEveryValue(MapMetadata& map)
+{
+    int counter = 0;
+    changeValue(map, counter);
+}
+
+void expectEveryValueDiffers(const MapMetadata& changed, const MapMetadata& original)
+{
+    EXPECT_EQ(changed.getKeys(), original.getKeys());
+    for (const auto& [key, value] : changed) {
+        const auto other = original.getEntry(key);
+        if (value->typeId() == ArrayMetadata::staticTypeId()) {
+            const auto& elements = static_cast<const ArrayMetadata&>(*value).get();
+            const auto& others = static_cast<const ArrayMetadata&>(*other).get();
+            ASSERT_EQ(elements.size(), others.size()) << key;
+            for (size_t i = 0; i < elements.size(); ++i)
+                expectEveryValueDiffers(static_cast<const MapMetadata&>(*elements[i]),
+                                        static_cast<const MapMetadata&>(*others[i]));
+        } else {
+            EXPECT_FALSE(value->isEqual(other.get(), 0.0)) << key;
+        }
+    }
 }

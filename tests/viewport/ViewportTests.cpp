@@ -182,14 +182,15 @@ TEST(Viewport, KeyFFramesTheSelectionOrTheBoxAboutTheOrigin)
 TEST(Viewport, ToolKeysGoByCodeAlone)
 {
     ShownViewport shown;
-    const std::pair<Qt::Key, int> keys[] = {{Qt::Key_W, 1}, {Qt::Key_R, 2}, {Qt::Key_E, 3},
-                                            {Qt::Key_T, 4}, {Qt::Key_Q, 0}, {Qt::Key_1, 0}};
+    const std::pair<Qt::Key, int> keys[] = {{Qt::Key_W, Viewport::MoveTool},  {Qt::Key_R, Viewport::RotateTool},
+                                            {Qt::Key_E, Viewport::ScaleTool}, {Qt::Key_T, Viewport::NoTool},
+                                            {Qt::Key_Q, Viewport::SelectTool}, {Qt::Key_1, Viewport::SelectTool}};
     for (const auto& key : keys) {
         QTest::keyClick(&shown.viewport, key.first);
         EXPECT_EQ(shown.viewport.toolMode, key.second) << key.first;
     }
     QTest::keyClick(&shown.viewport, Qt::Key_W, Qt::ShiftModifier);
-    EXPECT_EQ(shown.viewport.toolMode, 1);
+    EXPECT_EQ(shown.viewport.toolMode, Viewport::MoveTool);
 }
 
 TEST(Viewport, TheMarqueeIsAWhiteRectangleWhileTheSelectToolDrags)
