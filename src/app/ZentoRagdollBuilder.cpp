@@ -247,6 +247,7 @@ ZentoRagdollBuilder::ZentoRagdollBuilder(QWidget* parent) : QMainWindow(parent),
     connect(ui.actionLoadScene, SIGNAL(triggered()), this, SLOT(openFile()));
     connect(ui.actionSaveScene, SIGNAL(triggered()), this, SLOT(saveFile()));
     connect(viewport, SIGNAL(drawCompletedTime(int)), this, SLOT(updatedBarMsg(int)));
+    connect(viewport, SIGNAL(selectionUpdated()), this, SLOT(viewSelectionUpdated()));
     connect(outliner, SIGNAL(selectionUpdated()), this, SLOT(outlineSelectionChanged()));
     connect(ui.actionCreateRigidBody, SIGNAL(triggered()), this, SLOT(createRigidBody()));
     connect(ui.actionCreateConstraint, SIGNAL(triggered()), this, SLOT(createConstraint()));
@@ -610,6 +611,12 @@ void ZentoRagdollBuilder::refreshViewport()
 void ZentoRagdollBuilder::updatedBarMsg(int value)
 {
     statusBar()->showMessage(QString::number(value) + " ms");
+}
+
+void ZentoRagdollBuilder::viewSelectionUpdated()
+{
+    commandStack.push(std::make_shared<SelectionCommand>(&sceneGraph, viewport->pickedNames));
+    updateSelection();
 }
 
 void ZentoRagdollBuilder::outlineSelectionChanged()

@@ -111,6 +111,7 @@ public slots:
     void newFile();
     bool saveFile();
     void updatedBarMsg(int value);
+    void viewSelectionUpdated();
     void outlineSelectionChanged();
     void updateSelection();
     void updateAttributeEditor(std::string nodeName);
