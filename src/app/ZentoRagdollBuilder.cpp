@@ -1,6 +1,9 @@
 #include "ZentoRagdollBuilder.h"
 
 #include "AboutDialog.h"
+#include "AttributeEditor.h"
+#include "ChangeAttributesCommand.h"
+#include "ChangeStateCommand.h"
 #include "CharacterImport.h"
 #include "CreateNodesCommand.h"
 #include "DeleteNodesCommand.h"
@@ -9,6 +12,7 @@
 #include "RagdollFile.h"
 #include "SceneFile.h"
 #include "SelectionCommand.h"
+#include "TransformCommand.h"
 #include "Viewport.h"
 
 #include <QActionGroup>
@@ -19,11 +23,9 @@
 #include <QFileInfo>
 #include <QKeyEvent>
 #include <QLabel>
-#include <QLineEdit>
 #include <QMenuBar>
 #include <QStatusBar>
 #include <QToolBar>
-#include <QVBoxLayout>
 
 #include <algorithm>
 #include <unordered_set>
@@ -226,17 +228,7 @@ ZentoRagdollBuilder::ZentoRagdollBuilder(QWidget* parent) : QMainWindow(parent),
 
     outliner = new Outliner(this);
     addDockWidget(Qt::LeftDockWidgetArea, outliner);
-    attributeEditor = new QDockWidget("Attributes", this);
-    attributeEditor->setObjectName("AttributeEditor");
-    attributeEditor->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
-    auto* attributePanel = new QWidget(attributeEditor);
-    auto* attributeLayout = new QVBoxLayout(attributePanel);
-    mAttributeNodeName = new QLineEdit(attributePanel);
-    mAttributeNodeName->setObjectName("nameWidget");
-    mAttributeNodeName->setReadOnly(true);
-    attributeLayout->addWidget(mAttributeNodeName);
-    attributeLayout->addStretch();
-    attributeEditor->setWidget(attributePanel);
+    attributeEditor = new AttributeEditor(this);
     addDockWidget(Qt::RightDockWidgetArea, attributeEditor);
 
     installEventFilter(this);
@@ -248,7 +240,11 @@ ZentoRagdollBuilder::ZentoRagdollBuilder(QWidget* parent) : QMainWindow(parent),
     connect(ui.actionSaveScene, SIGNAL(triggered()), this, SLOT(saveFile()));
     connect(viewport, SIGNAL(drawCompletedTime(int)), this, SLOT(updatedBarMsg(int)));
     connect(viewport, SIGNAL(selectionUpdated()), this, SLOT(viewSelectionUpdated()));
+    connect(viewport, SIGNAL(transformUpdated()), this, SLOT(refreshTransformAttributeEditor()));
     connect(outliner, SIGNAL(selectionUpdated()), this, SLOT(outlineSelectionChanged()));
+    connect(attributeEditor, SIGNAL(updateTransform()), this, SLOT(attributeEditorTransformUpdated()));
+    connect(attributeEditor, SIGNAL(updateState()), this, SLOT(nodeStateUpdated()));
+    connect(attributeEditor, SIGNAL(updateAttributes()), this, SLOT(nodeAttributesUpdated()));
     connect(ui.actionCreateRigidBody, SIGNAL(triggered()), this, SLOT(createRigidBody()));
     connect(ui.actionCreateConstraint, SIGNAL(triggered()), this, SLOT(createConstraint()));
     connect(ui.actionCreatePropConstraint, SIGNAL(triggered()), this, SLOT(createPropConstraint()));
@@ -631,7 +627,7 @@ void ZentoRagdollBuilder::updateSelection()
     outliner->selectNodes(selection);
     viewport->updateGL();
     if (selection.empty())
-        mAttributeNodeName->clear();
+        attributeEditor->clear();
     else
         updateAttributeEditor(selection.front());
 }
@@ -639,9 +635,52 @@ void ZentoRagdollBuilder::updateSelection()
 void ZentoRagdollBuilder::updateAttributeEditor(std::string nodeName)
 {
     if (const std::shared_ptr<BaseNode> node = sceneGraph.node(nodeName))
-        mAttributeNodeName->setText(QString::fromStdString(node->path.string()));
+        attributeEditor->setNode(*node);
     else
-        mAttributeNodeName->clear();
+        attributeEditor->clear();
+}
+
+std::string ZentoRagdollBuilder::editedNode() const
+{
+    const std::vector<std::string> selection = sceneGraph.selectedPaths();
+    return selection.empty() ? std::string() : selection.front();
+}
+
+void ZentoRagdollBuilder::refreshTransformAttributeEditor()
+{
+    if (const std::shared_ptr<BaseNode> node = sceneGraph.node(editedNode()))
+        attributeEditor->refreshTransform(*node);
+}
+
+void ZentoRagdollBuilder::attributeEditorTransformUpdated()
+{
+    const std::string name = editedNode();
+    if (name.empty())
+        return;
+    commandStack.push(std::make_shared<TransformCommand>(&sceneGraph, name, attributeEditor->translate(),
+                                                         attributeEditor->rotate(), attributeEditor->scale(),
+                                                         attributeEditor->pivot()));
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::nodeStateUpdated()
+{
+    const std::string name = editedNode();
+    if (name.empty())
+        return;
+    commandStack.push(std::make_shared<ChangeStateCommand>(&sceneGraph, name, attributeEditor->isActiveChecked(),
+                                                           attributeEditor->isVisibleChecked()));
+    updateOutlineVisibility();
+    viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::nodeAttributesUpdated()
+{
+    const std::string name = editedNode();
+    if (name.empty())
+        return;
+    commandStack.push(std::make_shared<ChangeAttributesCommand>(&sceneGraph, name, attributeEditor->attributes()));
+    viewport->updateGL();
 }
 
 void ZentoRagdollBuilder::toolbarActionTriggered(QAction* action)

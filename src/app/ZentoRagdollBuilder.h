@@ -13,13 +13,13 @@
 #include <memory>
 #include <string>
 
+class AttributeEditor;
 class BaseCommand;
 class Outliner;
 class QAction;
 class QActionGroup;
 class QDockWidget;
 class QDoubleSpinBox;
-class QLineEdit;
 class QMenu;
 class QMenuBar;
 class QStatusBar;
@@ -82,8 +82,7 @@ public:
     // Guarded, since replacing the central widget deletes it.
     QPointer<Viewport> viewport;
     Outliner* outliner = nullptr;
-    // An empty dock until the attribute rows come; it shows the node's name.
-    QDockWidget* attributeEditor = nullptr;
+    AttributeEditor* attributeEditor = nullptr;
     ZentoSceneGraph sceneGraph;
     CommandStack commandStack;
     QDoubleSpinBox* jointSizeSpinBox = nullptr;
@@ -115,6 +114,10 @@ public slots:
     void outlineSelectionChanged();
     void updateSelection();
     void updateAttributeEditor(std::string nodeName);
+    void refreshTransformAttributeEditor();
+    void attributeEditorTransformUpdated();
+    void nodeStateUpdated();
+    void nodeAttributesUpdated();
     void toolbarActionTriggered(QAction* action);
     void updateNodeList();
     void refreshViewport();
@@ -156,6 +159,6 @@ private:
     void setSelectedVisible(bool visible);
     void undoOrRedo(bool undo);
     void startPlayback(bool start);
-
-    QLineEdit* mAttributeNodeName = nullptr;
+    // The first selected name, where the attribute editor's edits go; empty for none.
+    std::string editedNode() const;
 };

@@ -68,7 +68,7 @@ struct ShownWindow {
     void releaseKey(Qt::Key key, Qt::KeyboardModifiers modifiers, QWidget* under)
     {
         QTest::mouseMove(under, under->rect().center());
-        EXPECT_TRUE(QTest::qWaitFor([under] { return under->underMouse(); }, 5000));
+        ASSERT_TRUE(QTest::qWaitFor([under] { return under->underMouse(); }, 30000)) << "the pointer never got there";
         QKeyEvent event(QEvent::KeyRelease, key, modifiers);
         QApplication::sendEvent(&window, &event);
     }
