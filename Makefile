@@ -32,7 +32,8 @@ bench: deps
 	cmake --build $(BENCH_DIR) -j $(JOBS)
 	cd $(BENCH_DIR) && ./bench/archive_bench && ./bench/loader_bench && ./bench/scene_bench \
 		&& ./bench/physics_bench && xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/render_bench \
-		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/playback_bench
+		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/playback_bench \
+		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/editor_bench
 
 clean:
 	rm -rf build
