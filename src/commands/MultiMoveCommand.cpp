@@ -3,6 +3,10 @@
 #include "BaseNode.h"
 #include "NodeTransforms.h"
 
+#include <set>
+
+#include <set>
+
 void MultiMoveCommand::execute()
 {
     redo();
@@ -18,8 +22,11 @@ void MultiMoveCommand::redo()
 
 void MultiMoveCommand::undo()
 {
+    // Undo goes from where the node is now, so a node named twice must go back once.
+    std::set<const BaseNode*> movedBack;
     forEachNode(names, [&](size_t, BaseNode& node) {
-        NodeTransforms::moveTo(node, node.worldMatrix(), -delta);
+        if (movedBack.insert(&node).second)
+            NodeTransforms::moveTo(node, node.worldMatrix(), -delta);
         return true;
     });
 }

@@ -129,6 +129,10 @@ bool load(ZentoSceneGraph& graph, const std::string& file)
         readValue(*entry, "parent", parent);
         graph.addNode(node, parent);
     }
+    // A node comes back hidden by itself; its branch is hidden as hiding it did.
+    for (const auto& entry : graph.nodes)
+        if (!entry.second->visible)
+            graph.updateVisibility(entry.first);
     // Every scene has its solver, also one read from a file that lacks it.
     const std::shared_ptr<BaseNode> solver = graph.node("/Solver");
     if (!solver || solver->typeId() != SolverNode::kTypeId)

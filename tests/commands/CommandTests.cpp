@@ -219,6 +219,13 @@ TEST(Commands, MoveStartsFromTheStoredLocalAndThePresentParent)
     EXPECT_TRUE(arm->worldMatrix().translation().equalWithAbsError(startWorld + Imath::V3d(5, 0, 2), 1e-12));
     move->undo();
     EXPECT_TRUE(arm->worldMatrix().translation().equalWithAbsError(startWorld + Imath::V3d(5, 0, 0), 1e-12));
+
+    // A node named twice moves once, and comes back once.
+    auto twice = std::make_shared<MultiMoveCommand>(&graph, std::vector<std::string>{arm->path.string(), arm->path.string()},
+                                                    std::vector<Imath::M44d>(2, arm->localMatrix()), Imath::V3d(1, 0, 0));
+    twice->execute();
+    twice->undo();
+    EXPECT_TRUE(arm->worldMatrix().translation().equalWithAbsError(startWorld + Imath::V3d(5, 0, 0), 1e-12));
 }
 
 TEST(Commands, RotateTurnsInWorldSpaceAndUndoRestoresTheOrder)

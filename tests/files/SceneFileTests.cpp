@@ -77,6 +77,13 @@ TEST(SceneFile, EveryNodeFieldAndAttributeRoundTrips)
 
     const auto body = loaded.node("/Skeleton/mixamorig:Hips/Left Leg/Left Leg_RB");
     EXPECT_FALSE(loaded.delegate().GetVisible(body->path)) << "a hidden body stays hidden";
+
+    // A hidden joint hides its branch in the viewport, after a load as before it.
+    saved.node("/Skeleton/mixamorig:Hips/Left Leg")->visible = false;
+    saved.updateVisibility(NodePath("/Skeleton/mixamorig:Hips/Left Leg"));
+    ASSERT_TRUE(SceneFile::save(saved, file));
+    ASSERT_TRUE(SceneFile::load(loaded, file));
+    EXPECT_FALSE(loaded.delegate().GetVisible(NodePath("/Skeleton/mixamorig:Hips/Left Leg/Foot")));
     const auto hips = loaded.node("/Skeleton/mixamorig:Hips");
     EXPECT_EQ(hips->rotation.order(), Imath::Eulerd::ZYX);
     EXPECT_EQ(hips->parent, loaded.node("/Skeleton").get());
