@@ -19,7 +19,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 
 using ZentoCore::MapMetadata;
 using ZentoCore::NodePath;
@@ -84,34 +83,20 @@ void buildGoldenScene(ZentoSceneGraph& graph)
     addConstraint(graph, "/Skeleton/Hips/Spine");
     addConstraint(graph, "/Skeleton/Hips/Leg");
 
-    graph.addNode(std::make_shared<TransformNode>(NodePath("/Skin")), "");
-    auto skin = std::make_shared<MeshNode>(NodePath("/Skin/Body"));
-    skin->geometryMap = std::make_shared<MapMetadata>();
-    auto geo = std::make_shared<ZentoCore::MetadataImpl<ZentoUtils::Mesh>>();
-    geo->get().points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
-    geo->get().indices = {0, 1, 2, 3};
-    geo->get().counts = {4};
-    skin->geometryMap->insertEntry("geo", geo);
-    graph.addNode(skin, "/Skin");
+    addQuadSkin(graph);
     graph.createGround();
-}
-
-std::string readBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // The file just written must be the golden one byte for byte.
 void expectGolden(const std::string& written, const std::string& golden)
 {
-    const std::string bytes = readBytes(written);
+    const std::string bytes = readFileBytes(written);
     ASSERT_FALSE(bytes.empty()) << written;
     if (std::getenv("ZENTO_WRITE_GOLDEN")) {
         std::ofstream(golden, std::ios::binary) << bytes;
         GTEST_SKIP() << "wrote " << golden;
     }
-    EXPECT_TRUE(bytes == readBytes(golden)) << "the format written differs from " << golden;
+    EXPECT_TRUE(bytes == readFileBytes(golden)) << "the format written differs from " << golden;
 }
 
 // The scene with each node's attributes cut down to those its editor lists:

@@ -46,15 +46,7 @@ void buildScene(ZentoSceneGraph& graph)
     constraint->rotation = Imath::Eulerd(0.0, 1.0, 0.5, Imath::Eulerd::YXZ);
     graph.addNode(constraint, "/Skeleton/mixamorig:Hips/Left Leg");
 
-    graph.addNode(std::make_shared<TransformNode>(NodePath("/Skin")), "");
-    auto skin = std::make_shared<MeshNode>(NodePath("/Skin/Body"));
-    skin->geometryMap = std::make_shared<MapMetadata>();
-    auto geo = std::make_shared<MetadataImpl<ZentoUtils::Mesh>>();
-    geo->get().points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
-    geo->get().indices = {0, 1, 2, 3};
-    geo->get().counts = {4};
-    skin->geometryMap->insertEntry("geo", geo);
-    graph.addNode(skin, "/Skin");
+    addQuadSkin(graph);
     graph.createGround();
 }
 

@@ -1,5 +1,7 @@
 #include "SceneState.h"
 
+#include "MeshNode.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -86,4 +88,17 @@ ZentoUtils::Mesh meshOf(BaseNode& node)
         return ZentoUtils::Mesh();
     }
     return geo->get();
+}
+
+void addQuadSkin(ZentoSceneGraph& graph)
+{
+    graph.addNode(std::make_shared<TransformNode>(ZentoCore::NodePath("/Skin")), "");
+    auto skin = std::make_shared<MeshNode>(ZentoCore::NodePath("/Skin/Body"));
+    skin->geometryMap = std::make_shared<ZentoCore::MapMetadata>();
+    auto geo = std::make_shared<ZentoCore::MetadataImpl<ZentoUtils::Mesh>>();
+    geo->get().points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    geo->get().indices = {0, 1, 2, 3};
+    geo->get().counts = {4};
+    skin->geometryMap->insertEntry("geo", geo);
+    graph.addNode(skin, "/Skin");
 }

@@ -44,3 +44,6 @@ std::shared_ptr<JointNode> addJoint(ZentoSceneGraph& graph, const std::string& p
 
 // The "geo" mesh of a node's geometry; empty, with a failure, when there is none.
 ZentoUtils::Mesh meshOf(BaseNode& node);
+
+// "/Skin/Body": one quad, below a "/Skin" group made for it.
+void addQuadSkin(ZentoSceneGraph& graph);

@@ -36,10 +36,15 @@ std::vector<std::string> TemporaryDirectory::entries() const
     return names;
 }
 
+std::string readFileBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
 std::string TemporaryDirectory::read(const std::string& name) const
 {
-    std::ifstream in(file(name), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return readFileBytes(file(name));
 }
 
 void TemporaryDirectory::write(const std::string& name, const std::string& bytes) const

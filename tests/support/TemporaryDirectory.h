@@ -3,6 +3,9 @@
 #include <string>
 #include <vector>
 
+// The bytes of any file; empty when it cannot be read.
+std::string readFileBytes(const std::string& path);
+
 // A fresh directory under /tmp for one test, removed with everything in it.
 class TemporaryDirectory {
 public:
