@@ -5,7 +5,6 @@
 // anew after a deliberate change of format, and check the new files by hand.
 
 #include "ConstraintNode.h"
-#include "MeshNode.h"
 #include "RagdollFile.h"
 #include "RigidBodyConstraintAttributes.h"
 #include "RigidBodyNode.h"

@@ -1,7 +1,6 @@
 #include "ArrayMetadata.h"
 #include "ConstraintNode.h"
 #include "JointNode.h"
-#include "MeshNode.h"
 #include "RagdollFile.h"
 #include "RigidBodyConstraintAttributes.h"
 #include "RigidBodyNode.h"
