@@ -33,7 +33,8 @@ bench: deps
 	cd $(BENCH_DIR) && ./bench/archive_bench && ./bench/loader_bench && ./bench/scene_bench \
 		&& ./bench/physics_bench && xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/render_bench \
 		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/playback_bench \
-		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/editor_bench
+		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/editor_bench \
+		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/manipulator_bench
 
 clean:
 	rm -rf build

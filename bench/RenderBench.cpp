@@ -10,6 +10,7 @@
 
 #include "RagdollFixture.h"
 
+#include "BenchViewport.h"
 #include "FrameMemory.h"
 #include "GlProgram.h"
 #include "Viewport.h"
@@ -48,20 +49,6 @@ double medianMilliseconds(const std::function<void()>& prepare, const std::funct
     std::sort(times.begin(), times.end());
     return times[times.size() / 2];
 }
-
-// The viewport with its frame drawn on demand.
-class BenchViewport : public Viewport {
-public:
-    // paintGL as the widget runs it, finished on the GPU.
-    void drawFinishedFrame()
-    {
-        makeCurrent();
-        paintGL();
-        gl()->glFinish();
-    }
-
-    QOpenGLFunctions_4_3_Core* gl() { return context()->versionFunctions<QOpenGLFunctions_4_3_Core>(); }
-};
 
 const char* const kRawVertexSource = R"(#version 430 core
 layout(location = 0) uniform mat4 toClip;

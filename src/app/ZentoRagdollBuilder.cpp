@@ -241,6 +241,7 @@ ZentoRagdollBuilder::ZentoRagdollBuilder(QWidget* parent) : QMainWindow(parent),
     connect(viewport, SIGNAL(drawCompletedTime(int)), this, SLOT(updatedBarMsg(int)));
     connect(viewport, SIGNAL(selectionUpdated()), this, SLOT(viewSelectionUpdated()));
     connect(viewport, SIGNAL(transformUpdated()), this, SLOT(refreshTransformAttributeEditor()));
+    connect(viewport, SIGNAL(executeCommand()), this, SLOT(executeViewportCommand()));
     connect(outliner, SIGNAL(selectionUpdated()), this, SLOT(outlineSelectionChanged()));
     connect(attributeEditor, SIGNAL(updateTransform()), this, SLOT(attributeEditorTransformUpdated()));
     connect(attributeEditor, SIGNAL(updateState()), this, SLOT(nodeStateUpdated()));
@@ -625,6 +626,7 @@ void ZentoRagdollBuilder::updateSelection()
 {
     const std::vector<std::string> selection = sceneGraph.selectedPaths();
     outliner->selectNodes(selection);
+    viewport->setSelection(selection);
     viewport->updateGL();
     if (selection.empty())
         attributeEditor->clear();
@@ -660,7 +662,14 @@ void ZentoRagdollBuilder::attributeEditorTransformUpdated()
     commandStack.push(std::make_shared<TransformCommand>(&sceneGraph, name, attributeEditor->translate(),
                                                          attributeEditor->rotate(), attributeEditor->scale(),
                                                          attributeEditor->pivot()));
+    // The handles follow the node to its new place.
+    viewport->setSelection(sceneGraph.selectedPaths());
     viewport->updateGL();
+}
+
+void ZentoRagdollBuilder::executeViewportCommand()
+{
+    push(viewport->takeCommand());
 }
 
 void ZentoRagdollBuilder::nodeStateUpdated()

@@ -116,6 +116,8 @@ public slots:
     void updateAttributeEditor(std::string nodeName);
     void refreshTransformAttributeEditor();
     void attributeEditorTransformUpdated();
+    // Pushes the oldest command of a finished manipulator drag.
+    void executeViewportCommand();
     void nodeStateUpdated();
     void nodeAttributesUpdated();
     void toolbarActionTriggered(QAction* action);

@@ -2,6 +2,7 @@
 
 #include "BaseNode.h"
 #include "GlProgram.h"
+#include "ManipulatorGeometry.h"
 #include "MathUtils.h"
 
 #include <vector>
@@ -90,15 +91,6 @@ void setMatrix(QOpenGLFunctions_4_3_Core* gl, GLint location, const Imath::M44d&
     gl->glUniformMatrix4fv(location, 1, GL_FALSE, Imath::M44f(matrix).getValue());
 }
 
-// The pixel of a world point, origin at the bottom left.
-Imath::V2d projectToPixels(const Frustum& frustum, const Imath::V3d& point, int width, int height)
-{
-    const Imath::M44d toClip = frustum.computeViewMatrix() * frustum.computeProjectionMatrix();
-    const Imath::V4d clip = Imath::V4d(point.x, point.y, point.z, 1.0) * toClip;
-    const double w = clip.w != 0.0 ? clip.w : 1.0;
-    return Imath::V2d((clip.x / w + 1.0) * 0.5 * width, (clip.y / w + 1.0) * 0.5 * height);
-}
-
 } // namespace
 
 OverlayRenderer::~OverlayRenderer()
@@ -175,11 +167,7 @@ void OverlayRenderer::drawNodeOverlay(const BaseNode& node, const Frustum& frust
     ZentoCore::extractSRT(world, scale, rotation, origin);
 
     // The world length of 45 pixels at the node's depth keeps the axes the same size on screen.
-    const Imath::V2d pixel = projectToPixels(frustum, origin, width, height);
-    const ZentoCore::Ray ray =
-        frustum.computeRay(Imath::V2d(2.0 * (pixel.x + 45.0) / width - 1.0, 2.0 * pixel.y / height - 1.0));
-    const double distance = (ray.origin - origin).length();
-    const double length = (ray.pointAt(distance / ray.direction.length()) - origin).length();
+    const double length = ManipulatorGeometry::screenConstantLength(frustum, width, height, origin, 45.0);
 
     Imath::M44d axes = rotation.toMatrix44();
     for (int row = 0; row < 3; ++row)

@@ -93,6 +93,8 @@ void Viewport::releaseGl()
     makeCurrent();
     mSceneRenderer.release();
     mOverlays.release();
+    for (BaseManipulator* manipulator : manipulators())
+        manipulator->releaseGl();
     mPicker.release();
     mDrawTarget.release();
     doneCurrent();
@@ -106,6 +108,65 @@ void Viewport::setSceneGraph(ZentoSceneGraph* graph)
     mSceneGraph = graph;
     if (graph)
         graph->setPicker(&mPicker);
+    // A new scene starts with nothing handled.
+    for (BaseManipulator* manipulator : manipulators()) {
+        manipulator->graph = graph;
+        manipulator->names.clear();
+    }
+}
+
+void Viewport::setSelection(const std::vector<std::string>& names)
+{
+    finishDrag();
+    for (BaseManipulator* manipulator : manipulators())
+        manipulator->setSelection(names);
+}
+
+std::shared_ptr<BaseCommand> Viewport::takeCommand()
+{
+    if (pendingCommands.empty())
+        return nullptr;
+    std::shared_ptr<BaseCommand> command = pendingCommands.front();
+    pendingCommands.pop_front();
+    return command;
+}
+
+std::array<BaseManipulator*, 3> Viewport::manipulators()
+{
+    return {&moveManipulator, &scaleManipulator, &rotateManipulator};
+}
+
+BaseManipulator* Viewport::toolManipulator()
+{
+    switch (toolMode) {
+    case MoveTool:
+        return &moveManipulator;
+    case RotateTool:
+        return &rotateManipulator;
+    case ScaleTool:
+        return &scaleManipulator;
+    default:
+        return nullptr;
+    }
+}
+
+void Viewport::finishDrag()
+{
+    bool finished = false;
+    for (BaseManipulator* manipulator : manipulators()) {
+        if (!manipulator->dragging)
+            continue;
+        if (std::shared_ptr<BaseCommand> command = manipulator->command()) {
+            pendingCommands.push_back(command);
+            emit executeCommand();
+        }
+        manipulator->release();
+        finished = true;
+    }
+    // The pivot follows the nodes.
+    if (finished)
+        for (BaseManipulator* manipulator : manipulators())
+            manipulator->updateFrame();
 }
 
 void Viewport::updateGL()
@@ -183,6 +244,11 @@ void Viewport::keyPressEvent(QKeyEvent* event)
     default:
         break;
     }
+    // A handle hovered under the old tool must not come alive in the next
+    // press, which runs through the other manipulators too.
+    for (BaseManipulator* manipulator : manipulators())
+        if (!manipulator->dragging)
+            manipulator->clearFlags();
     update();
 }
 
@@ -207,6 +273,15 @@ void Viewport::mousePressEvent(QMouseEvent* event)
     if (toolMode == SelectTool) {
         marqueeActive = true;
         marqueeStart = marqueeEnd = event->pos();
+        return;
+    }
+    // From the tool's manipulator on, in the order move, scale, rotate: a
+    // manipulator that is not hovered only takes its start values.
+    const std::array<BaseManipulator*, 3> all = manipulators();
+    for (auto it = std::find(all.begin(), all.end(), toolManipulator()); it != all.end(); ++it) {
+        if ((*it)->isActive())
+            (*it)->dragging = true;
+        (*it)->press(frustum, width(), height(), event->x(), height() - event->y());
     }
 }
 
@@ -229,8 +304,18 @@ void Viewport::mouseMoveEvent(QMouseEvent* event)
         mLastMouseX = event->x();
         mLastMouseY = event->y();
     } else if (!(mSceneGraph && mSceneGraph->simulating)) {
-        if (toolMode == SelectTool && marqueeActive)
+        const int x = event->x();
+        const int y = height() - event->y();
+        if (toolMode == SelectTool && marqueeActive) {
             marqueeEnd = event->pos();
+        } else if (BaseManipulator* manipulator = toolManipulator()) {
+            if (!manipulator->dragging) {
+                manipulator->hover(frustum, width(), height(), Imath::V3d(x, y, 0.0), true);
+            } else {
+                manipulator->drag(frustum, width(), height(), x, y);
+                emit transformUpdated();
+            }
+        }
     } else if (grabbing) {
         dragGrabbed(event->pos());
     }
@@ -246,6 +331,7 @@ void Viewport::mouseReleaseEvent(QMouseEvent* event)
         grabbing = false;
         if (mSceneGraph && mSceneGraph->simulating)
             mSceneGraph->releaseBody();
+        finishDrag();
         if (marqueeActive)
             resolveMarquee(event->modifiers());
         marqueeActive = false;
@@ -359,6 +445,8 @@ void Viewport::initializeGL()
     mDepthRange.initialize(context(), mGl);
     mSceneRenderer.initialize(mGl, mDepthRange);
     mOverlays.initialize(mGl, mDepthRange);
+    for (BaseManipulator* manipulator : manipulators())
+        manipulator->initialize(mGl, mDepthRange);
     mPicker.initialize(mGl);
     mDrawTarget.initialize(mGl);
     if (mSceneGraph && !mSceneGraph->node("/Solver"))
@@ -430,6 +518,8 @@ void Viewport::paintGL()
     mGl->glEnable(GL_BLEND);
     mGl->glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     mOverlays.drawGrid(frustum);
+    if (BaseManipulator* manipulator = toolManipulator())
+        manipulator->draw(frustum, width(), height());
     mOverlays.drawCornerAxes(frustum, pixelHeight);
     mDepthRange.end();
 

@@ -3,8 +3,11 @@
 #include "DepthRange.h"
 #include "DrawTarget.h"
 #include "Frustum.h"
+#include "MoveManipulator.h"
 #include "OverlayRenderer.h"
 #include "PickRenderer.h"
+#include "RotateManipulator.h"
+#include "ScaleManipulator.h"
 #include "SceneRenderer.h"
 
 #include <Imath/ImathVec.h>
@@ -12,17 +15,23 @@
 #include <QOpenGLWidget>
 #include <QPoint>
 
+#include <array>
 #include <cstdint>
+#include <deque>
+#include <memory>
 #include <string>
 #include <vector>
 
+class BaseCommand;
 class ZentoSceneGraph;
 
 // The central widget: draws the scene through its renderers and turns keys and
-// mouse drags into camera moves, tool changes, the marquee and, while the
-// simulation runs, the dragging of bodies by hand. It changes neither the
-// scene nor the selection; it tells the main window by signals. It installs
-// its picker in the scene graph it is given.
+// mouse drags into camera moves, tool changes, the marquee, manipulator drags
+// and, while the simulation runs, the dragging of bodies by hand. It changes
+// the selection only through the main window, which it tells by signals; a
+// manipulator drag changes its nodes live and leaves its command in
+// pendingCommands for the main window to push. It installs its picker in the
+// scene graph it is given.
 class Viewport : public QOpenGLWidget {
     Q_OBJECT
 
@@ -32,8 +41,14 @@ public:
     explicit Viewport(QWidget* parent = nullptr);
     ~Viewport() override;
 
+    // Also hands it to the manipulators.
     void setSceneGraph(ZentoSceneGraph* graph);
     ZentoSceneGraph* sceneGraph() const { return mSceneGraph; }
+    // Places the manipulators on the nodes. A drag in progress ends first,
+    // with its command, so that it never outlives the nodes it started on.
+    void setSelection(const std::vector<std::string>& names);
+    // The oldest finished drag's command, taken out of pendingCommands; null when there is none.
+    std::shared_ptr<BaseCommand> takeCommand();
     // The camera at (0, 40, 40) looking down 45 degrees at the origin.
     void homeCamera();
     // Home, then the whole scene in view.
@@ -59,6 +74,11 @@ public:
     // While the simulation runs: the world point at which a body was grabbed, and whether one is held.
     Imath::V3f grabPoint{0.0f, 0.0f, 0.0f};
     bool grabbing = false;
+    MoveManipulator moveManipulator;
+    ScaleManipulator scaleManipulator;
+    RotateManipulator rotateManipulator;
+    // Commands of finished drags, oldest first.
+    std::deque<std::shared_ptr<BaseCommand>> pendingCommands;
 
 signals:
     void drawCompletedTime(int milliseconds);
@@ -88,6 +108,12 @@ private:
     void dragGrabbed(const QPoint& position);
     // (0, 0, width, height) in widget pixels, as marquee corners and mouse positions are.
     Imath::V4d pickViewport() const;
+    // Move, scale, rotate: the order of presses and releases.
+    std::array<BaseManipulator*, 3> manipulators();
+    // The manipulator of the tool mode; null for the select tool and no tool.
+    BaseManipulator* toolManipulator();
+    // Queues the command of each manipulator that drags and releases it.
+    void finishDrag();
     void orbit(int dx, int dy);
     void dolly(double amount);
     void setDefaultPerspective();
