@@ -67,14 +67,8 @@ int main(int argc, char* argv[])
     QApplication application(argc, argv);
     ZentoSceneGraph graph;
     BenchViewport viewport;
-    viewport.setSceneGraph(&graph);
-    viewport.resize(kWidth, kHeight);
-    viewport.show();
-    QApplication::processEvents();
-    if (!viewport.isValid() || !viewport.gl()) {
-        std::fprintf(stderr, "manipulator_bench: no OpenGL 4.3 core context (run it under a display, e.g. xvfb-run)\n");
+    if (!viewport.showOn(graph, kWidth, kHeight, "manipulator_bench"))
         return 1;
-    }
     const RagdollFixture::Ragdoll ragdoll = RagdollFixture::loadRagdoll(graph);
     // 250 rows of 400 quads, each cut into two triangles.
     RagdollFixture::addSkin(graph, Imath::V3d(0.0, -4.0, 0.0), Imath::V3d(14.0, 15.0, 4.0), 250, 400);

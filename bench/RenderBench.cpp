@@ -184,14 +184,8 @@ int main(int argc, char* argv[])
     QApplication application(argc, argv);
     ZentoSceneGraph graph;
     BenchViewport viewport;
-    viewport.setSceneGraph(&graph);
-    viewport.resize(kWidth, kHeight);
-    viewport.show();
-    QApplication::processEvents();
-    if (!viewport.isValid() || !viewport.gl()) {
-        std::fprintf(stderr, "render_bench: no OpenGL 4.3 core context (run it under a display, e.g. xvfb-run)\n");
+    if (!viewport.showOn(graph, kWidth, kHeight, "render_bench"))
         return 1;
-    }
 
     measureScene("empty", viewport, graph);
 
