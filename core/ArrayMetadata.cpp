@@ -47,6 +47,14 @@ unsigned long long ArrayMetadata::memSize() const
     return size;
 }
 
+bool ArrayMetadata::isFinite() const
+{
+    for (const std::shared_ptr<Metadata>& value : mValues)
+        if (value && !value->isFinite())
+            return false;
+    return true;
+}
+
 bool ArrayMetadata::isEqual(const Metadata* other, double tolerance) const
 {
     if (!other || other->typeId() != staticTypeId())

@@ -26,6 +26,7 @@ public:
     std::shared_ptr<Metadata> clone() const override;
     unsigned long long memSize() const override;
     bool isEqual(const Metadata* other, double tolerance) const override;
+    bool isFinite() const override;
     bool isArray() const override { return true; }
     bool serialise(Archive& archive) const override;
     bool deserialise(Archive& archive) override;

@@ -78,6 +78,15 @@ unsigned long long MapMetadata::memSize() const
     return size;
 }
 
+// Recursive: an archive holds values no deeper than Archive::kMaxNesting.
+bool MapMetadata::isFinite() const
+{
+    for (const auto& entry : mEntries)
+        if (entry.second && !entry.second->isFinite())
+            return false;
+    return true;
+}
+
 bool MapMetadata::isEqual(const Metadata* other, double tolerance) const
 {
     if (!other || other->typeId() != staticTypeId())

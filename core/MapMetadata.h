@@ -66,6 +66,7 @@ public:
     std::shared_ptr<Metadata> clone() const override;
     unsigned long long memSize() const override;
     bool isEqual(const Metadata* other, double tolerance) const override;
+    bool isFinite() const override;
     bool serialise(Archive& archive) const override;
     bool deserialise(Archive& archive) override;
     void toString(std::stringstream& out) const override;

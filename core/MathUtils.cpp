@@ -2,6 +2,8 @@
 
 #include <Imath/ImathMatrixAlgo.h>
 
+#include <cmath>
+
 namespace ZentoCore {
 
 namespace {
@@ -28,6 +30,20 @@ bool extractShearRotationTranslation(const Imath::Matrix44<T>& m, Imath::Vec3<T>
 }
 
 } // namespace
+
+bool isFinite(const Imath::V3d& v)
+{
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+bool isFinite(const Imath::M44d& m)
+{
+    for (int row = 0; row < 4; ++row)
+        for (int column = 0; column < 4; ++column)
+            if (!std::isfinite(m[row][column]))
+                return false;
+    return true;
+}
 
 Imath::M44d matrixInverse(const Imath::M44d& m)
 {

@@ -8,6 +8,10 @@
 // Matrices are in Imath's row-vector convention: M = S * R * T applies S first.
 namespace ZentoCore {
 
+// No element is NaN or infinite.
+bool isFinite(const Imath::V3d& v);
+bool isFinite(const Imath::M44d& m);
+
 // The inverse; the identity for a singular matrix.
 Imath::M44d matrixInverse(const Imath::M44d& m);
 Imath::M44f matrixInverse(const Imath::M44f& m);

@@ -46,6 +46,9 @@ public:
     // Same concrete type and the same value; floating point parts may differ by tolerance.
     virtual bool isEqual(const Metadata* other, double tolerance) const = 0;
     virtual bool isArray() const { return false; }
+    // Every floating point number in the value, nested ones included, is
+    // finite: neither NaN nor infinite. True for values without any.
+    virtual bool isFinite() const { return true; }
 
     // Payload only: the type id is written and read by the container.
     virtual bool serialise(Archive& archive) const = 0;

@@ -115,6 +115,16 @@ bool readVector(Archive& archive, std::vector<T>& values, size_t componentSize)
 }
 
 template <typename T>
+bool allFinite(const std::vector<T>& values, size_t components)
+{
+    for (const T& value : values)
+        for (size_t c = 0; c < components; ++c)
+            if (!std::isfinite(value[c]))
+                return false;
+    return true;
+}
+
+template <typename T>
 unsigned long long vectorSize(const std::vector<T>& values)
 {
     return 8 + values.size() * sizeof(T);
@@ -292,6 +302,21 @@ bool MetadataImpl<T>::isEqual(const Metadata* other, double tolerance) const
         return true;
     } else {
         return valuesEqual(mValue, theirs, tolerance);
+    }
+}
+
+template <typename T>
+bool MetadataImpl<T>::isFinite() const
+{
+    if constexpr (isDoubleTuple<T>) {
+        for (double component : DoubleTuple<T>::get(mValue))
+            if (!std::isfinite(component))
+                return false;
+        return true;
+    } else if constexpr (std::is_same_v<T, ZentoUtils::Mesh>) {
+        return allFinite(mValue.points, 3) && allFinite(mValue.normals, 3) && allFinite(mValue.uvs, 2);
+    } else {
+        return true;
     }
 }
 

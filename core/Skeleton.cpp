@@ -2,6 +2,15 @@
 
 namespace ZentoCore {
 
+Imath::M44d Joint::localMatrix() const
+{
+    Imath::M44d scaling;
+    scaling.setScale(scale);
+    Imath::M44d moving;
+    moving.setTranslation(translation);
+    return scaling * rotation.normalized().toMatrix44() * moving;
+}
+
 const Joint* Joint::child(unsigned short index) const
 {
     return index < mChildIds.size() ? mFirstJoint + mChildIds[index] : nullptr;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Imath/ImathMatrix.h>
 #include <Imath/ImathQuat.h>
 #include <Imath/ImathVec.h>
 
@@ -17,6 +18,9 @@ public:
     Imath::V3d translation{0.0, 0.0, 0.0};
     Imath::Quatd rotation; // real part first; the identity by default
     Imath::V3d scale{1.0, 1.0, 1.0};
+
+    // Scale, then rotation, then translation, in the row-vector convention.
+    Imath::M44d localMatrix() const;
 
     unsigned short numChildren() const { return static_cast<unsigned short>(mChildIds.size()); }
     // Null for an index past the last child.

@@ -20,6 +20,11 @@ void setError(std::string* error, const std::string& message)
         *error = message;
 }
 
+std::string cannotRead(const std::string& file, const std::string& reason)
+{
+    return "Cannot read \"" + file + "\": " + reason;
+}
+
 std::string fileProblem(const std::string& file)
 {
     struct stat status;
@@ -87,15 +92,6 @@ std::string pathElementName(const std::string& name, const std::string& fallback
     return fitted;
 }
 
-std::string uniqueName(const std::string& name, std::set<std::string>& taken)
-{
-    std::string unique = name;
-    for (unsigned long number = 1; taken.count(unique) != 0; ++number)
-        unique = name + std::to_string(number);
-    taken.insert(unique);
-    return unique;
-}
-
 Imath::M44d toImath(const aiMatrix4x4t<float>& m)
 {
     return Imath::M44d(m.a1, m.b1, m.c1, m.d1, m.a2, m.b2, m.c2, m.d2, m.a3, m.b3, m.c3, m.d3, m.a4, m.b4, m.c4, m.d4);
@@ -122,7 +118,7 @@ const aiScene* importScene(Assimp::Importer& importer, const std::string& file, 
     const aiScene* scene = importer.ReadFile(file, 0);
     if (!scene || !scene->mRootNode) {
         const std::string reason = importer.GetErrorString();
-        setError(error, "Cannot read \"" + file + "\": " + (reason.empty() ? "no scene in the file" : reason));
+        setError(error, cannotRead(file, reason.empty() ? "no scene in the file" : reason));
         return nullptr;
     }
     return scene;

@@ -4,7 +4,6 @@
 #include <Imath/ImathQuat.h>
 #include <Imath/ImathVec.h>
 
-#include <set>
 #include <string>
 
 struct aiScene;
@@ -24,6 +23,9 @@ namespace Zento {
 // Stores message in *error when error is set.
 void setError(std::string* error, const std::string& message);
 
+// The message of a file that is refused: "Cannot read "file": reason".
+std::string cannotRead(const std::string& file, const std::string& reason);
+
 // Why file cannot be read as a whole: it is missing, a directory or unreadable.
 // Empty for a regular, readable file.
 std::string fileProblem(const std::string& file);
@@ -41,10 +43,6 @@ bool writeArchiveMap(const ZentoCore::MapMetadata& map, const std::string& file,
 // become "_", and an empty name becomes fallback. Everything else is kept, so
 // "mixamorig:Hips" and "Left Arm" stay as they are.
 std::string pathElementName(const std::string& name, const std::string& fallback);
-
-// name itself when no sibling took it yet, else name with the smallest number
-// from 1 that is free; the result is added to taken.
-std::string uniqueName(const std::string& name, std::set<std::string>& taken);
 
 // Assimp's matrices act on column vectors: transposed into the row-vector
 // convention of the scene model.

@@ -1,6 +1,8 @@
 #include "MeshLoader.h"
 
 #include "LoaderFiles.h"
+#include "MathUtils.h"
+#include "UniqueNames.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/scene.h>
@@ -11,11 +13,6 @@ namespace {
 
 using ZentoCore::MapMetadata;
 using ZentoUtils::Mesh;
-
-std::string cannotRead(const std::string& file, const std::string& reason)
-{
-    return "Cannot read \"" + file + "\": " + reason;
-}
 
 // Appends the polygons of an Assimp mesh. Points and lines are no surface and
 // are left out, as is any face with an index past the mesh's vertices.
@@ -90,12 +87,12 @@ std::shared_ptr<MapMetadata> nodeTree(const aiScene& scene, const aiNode& node, 
     if (hasUsableMeshes(scene, node))
         tree->insertEntry(kMeshGeoKey, std::make_shared<ZentoCore::MetadataImpl<Mesh>>(nodeMesh(scene, node)));
     auto children = std::make_shared<MapMetadata>();
-    std::set<std::string> taken;
+    ZentoCore::UniqueNames names;
     for (unsigned int c = 0; c < node.mNumChildren; ++c) {
         auto child = nodeTree(scene, *node.mChildren[c], level + 1, reason);
         if (!child)
             return nullptr;
-        children->insertEntry(uniqueName(pathElementName(node.mChildren[c]->mName.C_Str(), "node"), taken), child);
+        children->insertEntry(names.claim(pathElementName(node.mChildren[c]->mName.C_Str(), "node")), child);
     }
     tree->insertEntry(kMeshChildrenKey, children);
     return tree;
@@ -126,26 +123,52 @@ bool loadAssimpMesh(const std::string& file, MapMetadata& tree, std::string* err
     return true;
 }
 
-// What would stop a saved tree from being read back: an invalid mesh or too deep a nesting.
-bool checkTree(const MapMetadata& tree, int level, std::string& reason)
+// The local matrix of a node of the tree, as the scene will build it: scale,
+// rotation, translation, each the identity when missing.
+Imath::M44d localMatrix(const MapMetadata& tree)
 {
-    const auto geo = tree.typedEntry<Mesh>(kMeshGeoKey);
-    if (geo && !geo->get().isValid()) {
-        reason = "it holds a mesh whose faces do not fit its points";
-        return false;
+    Imath::M44d local;
+    if (const auto scale = tree.typedEntry<Imath::V3d>(kMeshScaleKey))
+        local.setScale(scale->get());
+    if (const auto rotation = tree.typedEntry<Imath::Quatd>(kMeshRotationKey))
+        local *= rotation->get().normalized().toMatrix44();
+    if (const auto translation = tree.typedEntry<Imath::V3d>(kMeshTranslationKey)) {
+        Imath::M44d moving;
+        moving.setTranslation(translation->get());
+        local *= moving;
     }
+    return local;
+}
+
+// Why a tree could not be read back or held by a scene: an invalid mesh, too
+// deep a nesting, a number that is not finite or a world matrix that
+// overflows; the empty text when it can. Recursive to kMaxMeshDepth levels.
+std::string treeProblem(const MapMetadata& tree, int level, const Imath::M44d& parentWorld, const std::string& name)
+{
+    const std::string named = name.empty() ? std::string("the file's top") : "the node \"" + name + "\"";
+    for (const auto& entry : tree)
+        if (entry.first != kMeshChildrenKey && entry.second && !entry.second->isFinite())
+            return named + " holds a number that is not finite";
+    const Imath::M44d world = localMatrix(tree) * parentWorld;
+    if (!ZentoCore::isFinite(world))
+        return named + " lies too far away: its world matrix overflows";
+    const auto geo = tree.typedEntry<Mesh>(kMeshGeoKey);
+    if (geo && !geo->get().isValid())
+        return named + " holds a mesh whose faces do not fit its points";
     const auto children = tree.typedEntryAs<MapMetadata>(kMeshChildrenKey);
     if (!children)
-        return true;
-    if (level >= kMaxMeshDepth && !children->empty()) {
-        reason = "its nodes nest deeper than " + std::to_string(kMaxMeshDepth) + " levels";
-        return false;
+        return std::string();
+    if (level >= kMaxMeshDepth && !children->empty())
+        return "its nodes nest deeper than " + std::to_string(kMaxMeshDepth) + " levels";
+    for (const auto& child : *children) {
+        if (!child.second || child.second->typeId() != MapMetadata::staticTypeId())
+            continue;
+        const std::string problem =
+            treeProblem(static_cast<const MapMetadata&>(*child.second), level + 1, world, child.first);
+        if (!problem.empty())
+            return problem;
     }
-    for (const auto& child : *children)
-        if (child.second && child.second->typeId() == MapMetadata::staticTypeId()
-            && !checkTree(static_cast<const MapMetadata&>(*child.second), level + 1, reason))
-            return false;
-    return true;
+    return std::string();
 }
 
 // Matches name against a pattern where "*" is any run and "?" any one character.
@@ -195,11 +218,16 @@ std::shared_ptr<MapMetadata> loadMesh(const std::string& file, const std::string
 {
     auto tree = std::make_shared<MapMetadata>();
     bool loaded = false;
-    // Reading an archive checks meshes and nesting already.
     if (fileExtension(file) == ".geos")
         loaded = readArchiveMap(file, *tree, error);
     else
         loaded = loadAssimpMesh(file, *tree, error);
+    if (loaded) {
+        const std::string problem = treeProblem(*tree, 0, Imath::M44d(), std::string());
+        loaded = problem.empty();
+        if (!loaded)
+            setError(error, cannotRead(file, problem));
+    }
     if (!loaded)
         tree->clear();
     else
@@ -209,9 +237,9 @@ std::shared_ptr<MapMetadata> loadMesh(const std::string& file, const std::string
 
 bool saveMesh(const MapMetadata& tree, const std::string& file, std::string* error)
 {
-    std::string reason;
-    if (!checkTree(tree, 0, reason)) {
-        setError(error, "Cannot save \"" + file + "\": " + reason);
+    const std::string problem = treeProblem(tree, 0, Imath::M44d(), std::string());
+    if (!problem.empty()) {
+        setError(error, "Cannot save \"" + file + "\": " + problem);
         return false;
     }
     return writeArchiveMap(tree, file, error);

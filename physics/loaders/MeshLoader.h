@@ -32,12 +32,15 @@ constexpr int kMaxMeshDepth = 31;
 // Only nodes whose name matches filter keep their "geo"; in filter "*" stands
 // for any run of characters and "?" for any one, so "*" keeps all.
 //
-// Never null: a file that cannot be read gives an empty map and, in error, the reason.
+// Never null: a file that cannot be read, or that holds what no scene can (a
+// number that is not finite, a world matrix that overflows), gives an empty
+// map and, in error, the reason.
 std::shared_ptr<ZentoCore::MapMetadata> loadMesh(const std::string& file, const std::string& filter = "*",
                                                  std::string* error = nullptr);
 
 // Writes a ".geos" file atomically. False, and no file, for a tree that could
-// not be read back: an invalid mesh, or nodes deeper than kMaxMeshDepth.
+// not be read back: an invalid mesh, nodes deeper than kMaxMeshDepth, or what
+// loadMesh refuses.
 bool saveMesh(const ZentoCore::MapMetadata& tree, const std::string& file, std::string* error = nullptr);
 
 } // namespace Zento

@@ -3,11 +3,14 @@
 #include "ArrayMetadata.h"
 #include "LoaderFiles.h"
 #include "MapMetadata.h"
+#include "MathUtils.h"
+#include "UniqueNames.h"
 #include "UsdaSkeletonReader.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/scene.h>
 
+#include <cmath>
 #include <fstream>
 #include <sstream>
 #include <unordered_map>
@@ -28,12 +31,31 @@ constexpr const char* kRotationKey = "rotation";
 constexpr const char* kScaleKey = "scale";
 constexpr const char* kIdKey = "id";
 
-std::string cannotRead(const std::string& file, const std::string& reason)
+bool isFinite(const Imath::Quatd& q)
 {
-    return "Cannot read \"" + file + "\": " + reason;
+    return std::isfinite(q.r) && ZentoCore::isFinite(q.v);
 }
 
-// Names fit for node paths and unique among siblings, then the links.
+// Why a scene could not hold the joints' poses: a number that is not finite,
+// or a world matrix that overflows; the empty text when it can. Parents come
+// first, so each world matrix is the local one times the parent's.
+std::string poseProblem(const std::vector<Joint>& joints)
+{
+    std::vector<Imath::M44d> worlds(joints.size());
+    for (size_t index = 0; index < joints.size(); ++index) {
+        const Joint& joint = joints[index];
+        if (!ZentoCore::isFinite(joint.translation) || !isFinite(joint.rotation) || !ZentoCore::isFinite(joint.scale))
+            return "the pose of the joint \"" + joint.name + "\" holds a number that is not finite";
+        worlds[index] = joint.localMatrix();
+        if (joint.parent >= 0)
+            worlds[index] *= worlds[static_cast<size_t>(joint.parent)];
+        if (!ZentoCore::isFinite(worlds[index]))
+            return "the joint \"" + joint.name + "\" lies too far away: its world matrix overflows";
+    }
+    return std::string();
+}
+
+// Names fit for node paths and unique among siblings, the links, then the poses.
 ZentoCore::Skeleton makeSkeleton(std::vector<Joint> joints, const std::string& file, std::string* error)
 {
     ZentoCore::Skeleton skeleton;
@@ -46,11 +68,18 @@ ZentoCore::Skeleton makeSkeleton(std::vector<Joint> joints, const std::string& f
                                              + " joints"));
         return skeleton;
     }
-    std::unordered_map<int, std::set<std::string>> namesByParent;
+    std::unordered_map<int, ZentoCore::UniqueNames> namesByParent;
     for (Joint& joint : joints)
-        joint.name = uniqueName(pathElementName(joint.name, "joint"), namesByParent[joint.parent]);
-    if (!skeleton.setJoints(std::move(joints)))
+        joint.name = namesByParent[joint.parent].claim(pathElementName(joint.name, "joint"));
+    if (!skeleton.setJoints(std::move(joints))) {
         setError(error, cannotRead(file, "a joint's parent does not come before it"));
+        return skeleton;
+    }
+    const std::string problem = poseProblem(skeleton.joints());
+    if (!problem.empty()) {
+        setError(error, cannotRead(file, problem));
+        skeleton.clear();
+    }
     return skeleton;
 }
 
@@ -189,8 +218,7 @@ ZentoCore::Skeleton loadSkeleton(const std::string& file, std::string* error)
     if (extension == ".usda")
         return loadUsdaSkeleton(file, error);
     if (extension == ".usd" || extension == ".usdc") {
-        setError(error, "Cannot read \"" + file
-                            + "\": binary USD files are not supported; save the skeleton as .usda (USD's text form)");
+        setError(error, cannotRead(file, "binary USD files are not supported; save the skeleton as .usda (USD's text form)"));
         return ZentoCore::Skeleton();
     }
     return loadAssimpSkeleton(file, error);

@@ -17,7 +17,9 @@ namespace Zento {
 //   nodes' own transforms.
 // Joint names are the file's, but for "/" and control characters, which
 // become "_", and siblings of the same name, which get a number.
-// A file that cannot be read gives an empty skeleton and, in error, the reason.
+// A file that cannot be read, or whose poses no scene can hold (a number that
+// is not finite, a world matrix that overflows), gives an empty skeleton and,
+// in error, the reason.
 ZentoCore::Skeleton loadSkeleton(const std::string& file, std::string* error = nullptr);
 
 // Writes a ".zentoskel" file atomically: a failed save leaves an existing file as it was.

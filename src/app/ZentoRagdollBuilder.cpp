@@ -419,8 +419,9 @@ void ZentoRagdollBuilder::openFile()
     const QString file = askExistingFile(tr("Open Zento Scene"), tr("Zento (*.zento)"));
     if (file.isEmpty())
         return;
-    if (!SceneFile::load(sceneGraph, file.toStdString()))
-        dialogs->critical(this, tr("Error"), tr("Unable to open the scene!"));
+    std::string error;
+    if (!SceneFile::load(sceneGraph, file.toStdString(), &error))
+        dialogs->critical(this, tr("Error"), tr("Unable to open the scene!") + "\n" + QString::fromStdString(error));
     updateNodeList();
     viewport->frameAll();
     viewport->updateGL();

@@ -4,18 +4,6 @@
 
 #include <algorithm>
 
-namespace {
-
-void appendDescendantPaths(const BaseNode& node, std::vector<std::string>& out)
-{
-    for (const BaseNode* child : node.children) {
-        out.push_back(child->path.string());
-        appendDescendantPaths(*child, out);
-    }
-}
-
-} // namespace
-
 DeleteNodesCommand::DeleteNodesCommand(ZentoSceneGraph* graph, const std::vector<std::string>& selected)
     : BaseCommand(graph)
 {
@@ -25,7 +13,8 @@ DeleteNodesCommand::DeleteNodesCommand(ZentoSceneGraph* graph, const std::vector
         names.push_back(name);
         // A descendant already listed is listed again: undo adds it twice, harmlessly.
         if (const std::shared_ptr<BaseNode> node = graph->node(name))
-            appendDescendantPaths(*node, names);
+            for (const BaseNode* descendant : node->descendants())
+                names.push_back(descendant->path.string());
     }
     std::sort(names.begin(), names.end());
 }

@@ -10,7 +10,7 @@
 #include "RigidBodyNode.h"
 #include "ZentoSceneGraph.h"
 
-#include <cmath>
+#include <unordered_map>
 
 using namespace ZentoCore;
 
@@ -60,15 +60,6 @@ std::shared_ptr<MapMetadata> constraintEntry(const ZentoSceneGraph& graph, const
     return entry;
 }
 
-// The first node of any type, in path order, with that short name.
-std::shared_ptr<BaseNode> nodeByShortName(const ZentoSceneGraph& graph, const std::string& name)
-{
-    for (const auto& entry : graph.nodes)
-        if (entry.first.name() == name)
-            return entry.second;
-    return nullptr;
-}
-
 // Copies the entry's values into the node's attributes of the same keys; other keys are dropped.
 void copyAttributes(const MapMetadata& entry, BaseNode& node)
 {
@@ -77,49 +68,21 @@ void copyAttributes(const MapMetadata& entry, BaseNode& node)
             attribute->copy(value.second.get());
 }
 
-bool isFinite(const Imath::V3d& v)
-{
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-}
-
 // Gives the node the scale, rotation and translation of its local matrix, the
-// shear dropped; false, with the node unchanged, for a degenerate or
-// non-finite matrix, which a damaged file can hold.
+// shear dropped; false, with the node unchanged, for a degenerate matrix or
+// one that overflows.
 bool placeAt(BaseNode& node, const Imath::M44d& local)
 {
     Imath::M44d matrix = local;
     Imath::V3d scale, shear, translation;
     Imath::Eulerd rotation = node.rotation;
-    if (!ZentoCore::extractSHRT(matrix, scale, shear, rotation, translation) || !isFinite(scale)
+    if (!isFinite(matrix) || !ZentoCore::extractSHRT(matrix, scale, shear, rotation, translation) || !isFinite(scale)
         || !isFinite(translation) || !isFinite(rotation.toXYZVector()))
         return false;
     node.scale = scale;
     node.rotation = rotation;
     node.translation = translation;
     return true;
-}
-
-// The body of the joint of that short name, placed by the file's world
-// "transform"; null, with nothing added, when the joint is missing, already
-// has that body, or the transform gives no pose.
-std::shared_ptr<BaseNode> makeBody(ZentoSceneGraph& graph, const std::string& jointName, const MapMetadata& values)
-{
-    const std::shared_ptr<BaseNode> joint = nodeByShortName(graph, jointName);
-    const auto transform = values.typedEntry<Imath::M44d>("transform");
-    if (!joint || !transform)
-        return nullptr;
-    const NodePath path = joint->path.appendChild(jointName + "_RB");
-    if (path.isEmpty() || graph.nodeByPath(path))
-        return nullptr;
-    auto body = std::make_shared<RigidBodyNode>(path);
-    copyAttributes(values, *body);
-    if (!placeAt(*body, transform->get() * matrixInverse(joint->worldMatrix())))
-        return nullptr;
-    if (const auto pivot = values.typedEntry<Imath::V3d>("rotatePivotTranslate"))
-        body->pivot = pivot->get();
-    body->color = RigidBodyNode::kColor;
-    graph.addNode(body, joint->path.string());
-    return body;
 }
 
 // The file keeps the six drives as an array of maps without prefixes; the
@@ -139,40 +102,116 @@ void copyDrives(const MapMetadata& values, BaseNode& constraint)
     }
 }
 
-// The constraint of the file's "children" joint, placed by its "matrix" in the
-// frame of the "parent" joint's body; null, with nothing added, when a joint
-// or the parent body is missing, the constraint exists, or there is no pose.
-std::shared_ptr<BaseNode> makeConstraint(ZentoSceneGraph& graph, const MapMetadata& values)
-{
-    const auto parentName = values.typedEntry<std::string>("parent");
-    const auto childName = values.typedEntry<std::string>("children");
-    const auto matrix = values.typedEntry<Imath::M44d>("matrix");
-    if (!parentName || !childName || !matrix)
-        return nullptr;
-    const std::shared_ptr<BaseNode> child = nodeByShortName(graph, childName->get());
-    const std::shared_ptr<BaseNode> parent = nodeByShortName(graph, parentName->get());
-    if (!child || !parent)
-        return nullptr;
-    const NodePath path = child->path.appendChild(childName->get() + "_RBC");
-    if (path.isEmpty() || graph.nodeByPath(path))
-        return nullptr;
-    const std::shared_ptr<BaseNode> parentBody = graph.nodeByPath(parent->path.appendChild(parent->path.name() + "_RB"));
-    if (!parentBody)
-        return nullptr;
-    auto constraint = std::make_shared<ConstraintNode>(path);
-    copyAttributes(values, *constraint);
-    if (!placeAt(*constraint, matrix->get() * parentBody->worldMatrix() * matrixInverse(child->worldMatrix())))
-        return nullptr;
-    constraint->color = ConstraintNode::kColor;
-    // A plain text search, not a walk of the tree, as files have always been read.
-    const bool isProp = child->path.string().find(parent->path.string()) == std::string::npos;
-    if (isProp)
-        if (const auto named = constraint->attributes.typedEntry<std::string>("parentRigidBody"))
-            named->set(parentBody->path.string());
-    copyDrives(values, *constraint);
-    graph.addNode(constraint, child->path.string());
-    return constraint;
-}
+// The nodes that one file adds, made in full before any goes into the scene,
+// so that a file refused half way leaves the scene as it was.
+class Import {
+public:
+    explicit Import(const ZentoSceneGraph& graph) : mGraph(graph)
+    {
+        // The first node of any type, in path order, answers for its short name.
+        for (const auto& entry : graph.nodes)
+            mByShortName.emplace(entry.first.name(), entry.second);
+    }
+
+    // The body of the joint of that short name, placed by the file's world
+    // "transform". Nothing is made when the joint is missing, already has
+    // that body, or the entry has no transform; false when the transform
+    // gives no pose.
+    bool addBody(const std::string& jointName, const MapMetadata& values)
+    {
+        const std::shared_ptr<BaseNode> joint = byShortName(jointName);
+        const auto transform = values.typedEntry<Imath::M44d>("transform");
+        if (!joint || !transform)
+            return true;
+        const NodePath path = joint->path.appendChild(jointName + "_RB");
+        if (path.isEmpty() || find(path))
+            return true;
+        auto body = std::make_shared<RigidBodyNode>(path);
+        copyAttributes(values, *body);
+        if (!placeAt(*body, transform->get() * matrixInverse(joint->worldMatrix())))
+            return false;
+        if (const auto pivot = values.typedEntry<Imath::V3d>("rotatePivotTranslate"))
+            body->pivot = pivot->get();
+        body->color = RigidBodyNode::kColor;
+        add(body, *joint);
+        return true;
+    }
+
+    // The constraint of the file's "children" joint, placed by its "matrix"
+    // in the frame of the "parent" joint's body. Nothing is made when a joint
+    // or the parent body is missing or the constraint exists; false when the
+    // matrix gives no pose.
+    bool addConstraint(const MapMetadata& values)
+    {
+        const auto parentName = values.typedEntry<std::string>("parent");
+        const auto childName = values.typedEntry<std::string>("children");
+        const auto matrix = values.typedEntry<Imath::M44d>("matrix");
+        if (!parentName || !childName || !matrix)
+            return true;
+        const std::shared_ptr<BaseNode> child = byShortName(childName->get());
+        const std::shared_ptr<BaseNode> parent = byShortName(parentName->get());
+        if (!child || !parent)
+            return true;
+        const NodePath path = child->path.appendChild(childName->get() + "_RBC");
+        if (path.isEmpty() || find(path))
+            return true;
+        const std::shared_ptr<BaseNode> parentBody = find(parent->path.appendChild(parent->path.name() + "_RB"));
+        if (!parentBody)
+            return true;
+        auto constraint = std::make_shared<ConstraintNode>(path);
+        copyAttributes(values, *constraint);
+        if (!placeAt(*constraint, matrix->get() * worldOf(*parentBody) * matrixInverse(child->worldMatrix())))
+            return false;
+        constraint->color = ConstraintNode::kColor;
+        // A plain text search, not a walk of the tree, as files have always been read.
+        const bool isProp = child->path.string().find(parent->path.string()) == std::string::npos;
+        if (isProp)
+            if (const auto named = constraint->attributes.typedEntry<std::string>("parentRigidBody"))
+                named->set(parentBody->path.string());
+        copyDrives(values, *constraint);
+        add(constraint, *child);
+        return true;
+    }
+
+    const std::vector<ZentoSceneGraph::NewNode>& nodes() const { return mNodes; }
+
+private:
+    std::shared_ptr<BaseNode> byShortName(const std::string& name) const
+    {
+        const auto found = mByShortName.find(name);
+        return found == mByShortName.end() ? nullptr : found->second;
+    }
+
+    // A node of the scene or one made by this import.
+    std::shared_ptr<BaseNode> find(const NodePath& path) const
+    {
+        const auto made = mMade.find(path);
+        return made != mMade.end() ? made->second.node : mGraph.nodeByPath(path);
+    }
+
+    // A node made here hangs under its parent only once it is added.
+    Imath::M44d worldOf(const BaseNode& node) const
+    {
+        const auto made = mMade.find(node.path);
+        return made != mMade.end() ? node.localMatrix() * made->second.parent->worldMatrix() : node.worldMatrix();
+    }
+
+    void add(const std::shared_ptr<BaseNode>& node, const BaseNode& parent)
+    {
+        mMade.emplace(node->path, Made{node, &parent});
+        mNodes.push_back({node, parent.path.string()});
+    }
+
+    struct Made {
+        std::shared_ptr<BaseNode> node;
+        const BaseNode* parent;
+    };
+
+    const ZentoSceneGraph& mGraph;
+    std::unordered_map<std::string, std::shared_ptr<BaseNode>> mByShortName;
+    std::unordered_map<NodePath, Made> mMade;
+    std::vector<ZentoSceneGraph::NewNode> mNodes;
+};
 
 } // namespace
 
@@ -206,27 +245,48 @@ bool exportRagdoll(const ZentoSceneGraph& graph, const std::string& file)
 
 std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& file, std::string* error)
 {
-    std::vector<std::string> made;
     MapMetadata top;
     if (!Zento::readArchiveMap(file, top, error))
-        return made;
+        return {};
     const auto bodies = top.typedEntryAs<MapMetadata>("rigidBodies");
     if (!bodies) {
-        Zento::setError(error, "\"" + file + "\" is no ragdoll file: it holds no rigid bodies");
-        return made;
+        Zento::setError(error, Zento::cannotRead(file, "it is no ragdoll file: it holds no rigid bodies"));
+        return {};
     }
+    const auto constraints = top.typedEntryAs<MapMetadata>("constraints");
+    // Checked as a whole first: a number that is not finite would reach the
+    // nodes and the physics through any attribute.
+    for (const auto& list : {std::make_pair(bodies, "body"), std::make_pair(constraints, "constraint")})
+        if (list.first)
+            for (const auto& entry : *list.first)
+                if (entry.second && !entry.second->isFinite()) {
+                    Zento::setError(error, Zento::cannotRead(file, std::string("the ") + list.second + " \"" + entry.first
+                                                                       + "\" holds a number that is not finite"));
+                    return {};
+                }
+    Import import(graph);
     for (const auto& entry : *bodies)
         if (const auto values = bodies->typedEntryAs<MapMetadata>(entry.first))
-            if (const std::shared_ptr<BaseNode> body = makeBody(graph, entry.first, *values))
-                made.push_back(body->path.string());
-    if (const auto constraints = top.typedEntryAs<MapMetadata>("constraints"))
+            if (!import.addBody(entry.first, *values)) {
+                Zento::setError(error, Zento::cannotRead(file, "the transform of the body \"" + entry.first
+                                                                   + "\" gives no pose: it is degenerate or lies too far away"));
+                return {};
+            }
+    if (constraints)
         for (const auto& entry : *constraints)
             if (const auto values = constraints->typedEntryAs<MapMetadata>(entry.first))
-                if (const std::shared_ptr<BaseNode> constraint = makeConstraint(graph, *values))
-                    made.push_back(constraint->path.string());
+                if (!import.addConstraint(*values)) {
+                    Zento::setError(error, Zento::cannotRead(file, "the matrix of the constraint \"" + entry.first
+                                                                       + "\" gives no pose: it is degenerate or lies too far away"));
+                    return {};
+                }
+    std::vector<std::string> made;
+    for (const ZentoSceneGraph::NewNode& entry : import.nodes())
+        made.push_back(entry.node->path.string());
     if (made.empty())
         Zento::setError(error, "Nothing of \"" + file + "\" was added: no joint of the scene bears the name of one "
                                "of its bodies, or each has its body already");
+    graph.addNodes(import.nodes());
     return made;
 }
 

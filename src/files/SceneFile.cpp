@@ -1,6 +1,8 @@
 #include "SceneFile.h"
 
 #include "Archive.h"
+#include "LoaderFiles.h"
+#include "MathUtils.h"
 #include "ConstraintNode.h"
 #include "JointNode.h"
 #include "MeshNode.h"
@@ -9,6 +11,7 @@
 #include "ZentoSceneGraph.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 using namespace ZentoCore;
 
@@ -73,6 +76,64 @@ bool isSceneFile(const MapMetadata& top)
     return true;
 }
 
+// The node of one entry, or null for a type that no class has, which is passed over.
+std::shared_ptr<BaseNode> readNode(const std::string& key, const MapMetadata& entry)
+{
+    const std::shared_ptr<BaseNode> node = makeNode(entry.typedEntry<int>("typeId")->value(), NodePath(key));
+    if (!node)
+        return nullptr;
+    if (node->typeId() == MeshNode::kTypeId)
+        static_cast<MeshNode&>(*node).geometryMap = entry.typedEntryAs<MapMetadata>("mesh");
+    if (const auto attributes = entry.typedEntryAs<MapMetadata>("attributes"))
+        node->attributes = *attributes;
+    readValue(entry, "translation", node->translation);
+    readValue(entry, "scale", node->scale);
+    readValue(entry, "pivot", node->pivot);
+    readValue(entry, "rotation", node->rotation);
+    readValue(entry, "color", node->color);
+    readValue(entry, "visible", node->visible);
+    readValue(entry, "active", node->active);
+    return node;
+}
+
+// The nodes of the file, parents first, checked as a whole before any goes
+// into the scene: why the scene cannot hold them, or the empty text.
+std::string readNodes(const MapMetadata& top, std::vector<ZentoSceneGraph::NewNode>& nodes)
+{
+    // Byte order puts a parent before its children, so each parent's world
+    // matrix is there for them.
+    std::vector<std::string> keys = top.getKeys();
+    std::sort(keys.begin(), keys.end());
+    std::unordered_map<std::string, Imath::M44d> worlds;
+    for (const std::string& key : keys) {
+        const auto entry = top.typedEntryAs<MapMetadata>(key);
+        if (!entry)
+            continue; // "version"
+        const std::shared_ptr<BaseNode> node = readNode(key, *entry);
+        if (!node)
+            continue;
+        const std::string named = "the node \"" + key + "\" ";
+        if (!entry->isFinite())
+            return named + "holds a number that is not finite";
+        // A parent that is not the parent of the path could be the node
+        // itself or one of its descendants: a tree could not be built.
+        std::string parent;
+        readValue(*entry, "parent", parent);
+        if (!parent.empty() && parent != node->path.parentPath().string())
+            return named + "names \"" + parent + "\" as its parent, which is not the parent of its path";
+        if (key == SolverNode::kPath && node->typeId() != SolverNode::kTypeId)
+            return named + "is a " + node->typeName() + ", but that path is the solver's";
+        const auto parentWorld = worlds.find(parent);
+        const Imath::M44d world =
+            parentWorld == worlds.end() ? node->localMatrix() : node->localMatrix() * parentWorld->second;
+        if (!isFinite(world))
+            return named + "lies too far away: its world matrix overflows";
+        worlds.emplace(key, world);
+        nodes.push_back({node, parent});
+    }
+    return std::string();
+}
+
 } // namespace
 
 namespace SceneFile {
@@ -91,51 +152,26 @@ bool save(const ZentoSceneGraph& graph, const std::string& file)
     return archive.good() && archive.writeToFile(file);
 }
 
-bool load(ZentoSceneGraph& graph, const std::string& file)
+bool load(ZentoSceneGraph& graph, const std::string& file, std::string* error)
 {
     MapMetadata top;
-    Archive archive;
-    if (!archive.readFromFile(file))
+    if (!Zento::readArchiveMap(file, top, error))
         return false;
-    archive >> top;
-    if (!archive.good() || !isSceneFile(top))
+    if (!isSceneFile(top)) {
+        Zento::setError(error, Zento::cannotRead(file, "it is no scene file"));
         return false;
-
+    }
+    std::vector<ZentoSceneGraph::NewNode> nodes;
+    const std::string problem = readNodes(top, nodes);
+    if (!problem.empty()) {
+        Zento::setError(error, Zento::cannotRead(file, problem));
+        return false;
+    }
     graph.removeNodes(graph.nodePaths());
     graph.setSelection({});
-    // Byte order puts a parent before its children, so each parent is there for them.
-    std::vector<std::string> keys = top.getKeys();
-    std::sort(keys.begin(), keys.end());
-    for (const std::string& key : keys) {
-        const auto entry = top.typedEntryAs<MapMetadata>(key);
-        const auto typeId = entry ? entry->typedEntry<int>("typeId") : nullptr;
-        if (!typeId)
-            continue;
-        const std::shared_ptr<BaseNode> node = makeNode(typeId->value(), NodePath(key));
-        if (!node)
-            continue;
-        if (node->typeId() == MeshNode::kTypeId)
-            static_cast<MeshNode&>(*node).geometryMap = entry->typedEntryAs<MapMetadata>("mesh");
-        if (const auto attributes = entry->typedEntryAs<MapMetadata>("attributes"))
-            node->attributes = *attributes;
-        readValue(*entry, "translation", node->translation);
-        readValue(*entry, "scale", node->scale);
-        readValue(*entry, "pivot", node->pivot);
-        readValue(*entry, "rotation", node->rotation);
-        readValue(*entry, "color", node->color);
-        readValue(*entry, "visible", node->visible);
-        readValue(*entry, "active", node->active);
-        std::string parent;
-        readValue(*entry, "parent", parent);
-        graph.addNode(node, parent);
-    }
-    // A node comes back hidden by itself; its branch is hidden as hiding it did.
-    for (const auto& entry : graph.nodes)
-        if (!entry.second->visible)
-            graph.updateVisibility(entry.first);
+    graph.addNodes(nodes);
     // Every scene has its solver, also one read from a file that lacks it.
-    const std::shared_ptr<BaseNode> solver = graph.node("/Solver");
-    if (!solver || solver->typeId() != SolverNode::kTypeId)
+    if (!graph.node(SolverNode::kPath))
         graph.createSolver();
     return true;
 }

@@ -34,10 +34,29 @@ Imath::M44d BaseNode::localMatrix() const
 
 Imath::M44d BaseNode::worldMatrix() const
 {
-    Imath::M44d world = localMatrix();
-    for (const BaseNode* ancestor = parent; ancestor; ancestor = ancestor->parent)
-        world = world * ancestor->localMatrix();
+    // From the top down, each local matrix times its parent's world matrix,
+    // as the graph hands world matrices down a branch: the same products in
+    // the same order, so both give the very same numbers.
+    std::vector<const BaseNode*> chain;
+    for (const BaseNode* node = this; node; node = node->parent)
+        chain.push_back(node);
+    Imath::M44d world = chain.back()->localMatrix();
+    for (auto node = chain.rbegin() + 1; node != chain.rend(); ++node)
+        world = (*node)->localMatrix() * world;
     return world;
+}
+
+std::vector<BaseNode*> BaseNode::descendants() const
+{
+    std::vector<BaseNode*> found;
+    std::vector<BaseNode*> pending(children.rbegin(), children.rend());
+    while (!pending.empty()) {
+        BaseNode* node = pending.back();
+        pending.pop_back();
+        found.push_back(node);
+        pending.insert(pending.end(), node->children.rbegin(), node->children.rend());
+    }
+    return found;
 }
 
 void BaseNode::setDisplayList(std::vector<std::string> items)

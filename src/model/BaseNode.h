@@ -45,6 +45,10 @@ public:
     // The local matrix followed by those of every ancestor, walked on each call.
     Imath::M44d worldMatrix() const;
 
+    // Every node below this one, depth first, each parent before its children.
+    // A walk with a stack of its own: no depth of tree exhausts the call stack.
+    std::vector<BaseNode*> descendants() const;
+
     ZentoCore::MapMetadata attributes;
     ZentoCore::MapMetadata attributeHints;
     Imath::V3d translation{0.0, 0.0, 0.0};

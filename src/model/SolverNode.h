@@ -14,6 +14,7 @@
 class SolverNode : public BaseNode {
 public:
     static constexpr int kTypeId = 5;
+    static constexpr const char* kPath = "/Solver";
 
     // A body node's local transform before the start.
     struct RestPose {

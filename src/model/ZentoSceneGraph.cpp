@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <unordered_map>
+#include <unordered_set>
 
 using ZentoCore::Frustum;
 using ZentoCore::MapMetadata;
@@ -33,14 +35,6 @@ MeshArrays meshArrays(const MapMetadata& geometry)
         arrays.indices = geo->get().indices;
     }
     return arrays;
-}
-
-void collectDescendants(const BaseNode& node, std::vector<BaseNode*>& out)
-{
-    for (BaseNode* child : node.children) {
-        out.push_back(child);
-        collectDescendants(*child, out);
-    }
 }
 
 } // namespace
@@ -67,34 +61,69 @@ std::vector<std::string> ZentoSceneGraph::nodePaths() const
 
 void ZentoSceneGraph::addNode(const std::shared_ptr<BaseNode>& node, const std::string& parentPath)
 {
-    nodes[node->path] = node;
-    if (const std::shared_ptr<BaseNode> parent = this->node(parentPath)) {
-        node->parent = parent.get();
+    addNodes({{node, parentPath}});
+}
+
+void ZentoSceneGraph::addNodes(const std::vector<NewNode>& added)
+{
+    // Everything is linked first, so that a shape that follows its children
+    // is built once, with all of them. Sets of children stand in for a search
+    // of each parent's list, which would make wide trees quadratic.
+    std::unordered_map<BaseNode*, std::unordered_set<const BaseNode*>> childSets;
+    std::unordered_set<BaseNode*> parentsToRebuild;
+    for (const NewNode& entry : added) {
+        nodes[entry.node->path] = entry.node;
+        const std::shared_ptr<BaseNode> parent = node(entry.parentPath);
+        if (!parent)
+            continue;
+        entry.node->parent = parent.get();
+        auto children = childSets.find(parent.get());
+        if (children == childSets.end())
+            children = childSets.emplace(parent.get(), std::unordered_set<const BaseNode*>(parent->children.begin(),
+                                                                                            parent->children.end()))
+                           .first;
         // Adding the same node twice must not list it twice among the children.
-        auto& siblings = parent->children;
-        if (std::find(siblings.begin(), siblings.end(), node.get()) == siblings.end())
-            siblings.push_back(node.get());
+        if (children->second.insert(entry.node.get()).second)
+            parent->children.push_back(entry.node.get());
         if (parent->geometryFollowsChildren())
-            updateGeometry(parent->path);
+            parentsToRebuild.insert(parent.get());
     }
-    if (node->skipsRendering())
-        return;
-    const std::shared_ptr<MapMetadata> geometry = node->geometry();
-    if (!geometry)
-        return;
-    MeshArrays arrays = meshArrays(*geometry);
-    mDelegate.AddMesh(node->path, node->worldMatrix(), std::move(arrays.points), std::move(arrays.counts),
-                      std::move(arrays.indices));
-    mDelegate.UpdateColor(node->path, Imath::V3f(Imath::V3d(node->color.x, node->color.y, node->color.z)),
-                          static_cast<float>(node->color.w));
-    // A hidden node that comes back, by undo or from a file, stays hidden.
-    if (!node->visible)
-        mDelegate.SetVisibility(node->path, false);
+    // World matrices are handed down from parent to child, so each ancestor
+    // is walked once, whatever the depth.
+    std::unordered_map<const BaseNode*, Imath::M44d> worlds;
+    const auto worldOf = [&](const BaseNode* node) {
+        const auto known = worlds.find(node);
+        return known != worlds.end() ? known->second : worlds.emplace(node, node->worldMatrix()).first->second;
+    };
+    std::unordered_set<const BaseNode*> hidden;
+    for (const NewNode& entry : added) {
+        BaseNode& node = *entry.node;
+        const Imath::M44d world = node.parent ? node.localMatrix() * worldOf(node.parent) : node.localMatrix();
+        worlds[&node] = world;
+        if (!node.visible || (node.parent && hidden.count(node.parent)))
+            hidden.insert(&node);
+        parentsToRebuild.erase(&node);
+        if (node.skipsRendering())
+            continue;
+        const std::shared_ptr<MapMetadata> geometry = node.geometry();
+        if (!geometry)
+            continue;
+        MeshArrays arrays = meshArrays(*geometry);
+        mDelegate.AddMesh(node.path, world, std::move(arrays.points), std::move(arrays.counts),
+                          std::move(arrays.indices));
+        mDelegate.UpdateColor(node.path, Imath::V3f(Imath::V3d(node.color.x, node.color.y, node.color.z)),
+                              static_cast<float>(node.color.w));
+        // A hidden node that comes back, by undo or from a file, stays hidden, and so does its branch.
+        if (hidden.count(&node))
+            mDelegate.SetVisibility(node.path, false);
+    }
+    for (BaseNode* parent : parentsToRebuild)
+        updateGeometry(parent->path);
 }
 
 void ZentoSceneGraph::createSolver()
 {
-    auto solver = std::make_shared<SolverNode>(NodePath("/Solver"));
+    auto solver = std::make_shared<SolverNode>(NodePath(SolverNode::kPath));
     solver->active = false;
     nodes[solver->path] = solver;
 }
@@ -143,9 +172,7 @@ std::map<std::string, std::shared_ptr<BaseNode>> ZentoSceneGraph::removeNodes(co
         if (!node)
             continue;
         removed[path.string()] = node;
-        std::vector<BaseNode*> descendants;
-        collectDescendants(*node, descendants);
-        for (BaseNode* descendant : descendants)
+        for (BaseNode* descendant : node->descendants())
             if (const std::shared_ptr<BaseNode> gone = removeNode(descendant->path))
                 removed[gone->path.string()] = gone;
         if (node->parent)
@@ -181,12 +208,19 @@ void ZentoSceneGraph::updateGeometry(const NodePath& path)
 
 namespace {
 
-// The world matrix is handed down, so each ancestor is walked once per call.
-void pushSubtreeTransforms(ZentoSceneDelegate& delegate, const BaseNode& node, const Imath::M44d& world)
+// The world matrix is handed down, so each ancestor is walked once per call,
+// on a stack of its own, so that no depth exhausts the call stack.
+void pushSubtreeTransforms(ZentoSceneDelegate& delegate, const BaseNode& top, const Imath::M44d& topWorld)
 {
-    delegate.UpdateTransform(node.path, world);
-    for (const BaseNode* child : node.children)
-        pushSubtreeTransforms(delegate, *child, child->localMatrix() * world);
+    std::vector<std::pair<const BaseNode*, Imath::M44d>> pending{{&top, topWorld}};
+    while (!pending.empty()) {
+        const BaseNode* node = pending.back().first;
+        const Imath::M44d world = pending.back().second;
+        pending.pop_back();
+        delegate.UpdateTransform(node->path, world);
+        for (const BaseNode* child : node->children)
+            pending.emplace_back(child, child->localMatrix() * world);
+    }
 }
 
 } // namespace
@@ -219,9 +253,7 @@ void ZentoSceneGraph::updateVisibility(const NodePath& path)
     if (!node)
         return;
     mDelegate.SetVisibility(path, node->visible);
-    std::vector<BaseNode*> descendants;
-    collectDescendants(*node, descendants);
-    for (const BaseNode* descendant : descendants)
+    for (const BaseNode* descendant : node->descendants())
         mDelegate.SetVisibility(descendant->path, descendant->visible && node->visible);
 }
 
@@ -246,7 +278,7 @@ void ZentoSceneGraph::setSelection(const std::vector<std::string>& paths)
 
 SolverNode* ZentoSceneGraph::solver() const
 {
-    const auto found = nodes.find(NodePath("/Solver"));
+    const auto found = nodes.find(NodePath(SolverNode::kPath));
     if (found == nodes.end() || found->second->typeId() != SolverNode::kTypeId)
         return nullptr;
     return static_cast<SolverNode*>(found->second.get());

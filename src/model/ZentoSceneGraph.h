@@ -37,6 +37,16 @@ public:
     // Stores the node under its path, replacing one already there, hangs it
     // under the parent (if found) and mirrors its geometry in the delegate.
     void addNode(const std::shared_ptr<BaseNode>& node, const std::string& parentPath);
+    // A node to add, with the path of the node to hang it under.
+    struct NewNode {
+        std::shared_ptr<BaseNode> node;
+        std::string parentPath; // empty for a node that hangs under nothing
+    };
+    // addNode for each, parents before their children in the list, in time
+    // linear in the nodes: all are linked before any shape is built, and
+    // world matrices are handed down. A node hidden by itself or below a
+    // hidden node of the list is drawn hidden.
+    void addNodes(const std::vector<NewNode>& nodes);
     // Puts the one solver node at "/Solver", as every scene has it.
     void createSolver();
     // A ground plane at "/Ground", "/Ground1", ...: the new path, given twice.

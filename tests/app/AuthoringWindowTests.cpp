@@ -252,7 +252,8 @@ TEST(AuthoringWindow, ANewSceneAsksFirstAndACancelledSaveKeepsEverything)
     EXPECT_NE(window.sceneGraph.node("/Ground"), nullptr) << "a name that does not exist does nothing";
     window.openFile();
     EXPECT_NE(window.sceneGraph.node("/Ground"), nullptr) << "a directory is no scene";
-    EXPECT_EQ(shown.dialogs->log.last(), "Error: Unable to open the scene!");
+    EXPECT_EQ(shown.dialogs->log.last(), "Error: Unable to open the scene!\n\"" + QString::fromStdString(dir.path())
+                                             + "\" is a directory, not a file");
 }
 
 TEST(AuthoringWindow, AClickInTheViewportSelectsThroughTheHistory)

@@ -179,3 +179,98 @@ TEST(CharacterImport, AnImportedCharacterWithItsRagdollRoundTripsThroughASceneFi
     expectSameScene(capture(saved), capture(loaded), "loaded", false, 0.0);
     EXPECT_GT(countOfType(loaded, MeshNode::kTypeId), 0u);
 }
+
+TEST(CharacterImport, ASecondImportGoesBesideTheFirstAndReplacesNothing)
+{
+    ZentoSceneGraph graph;
+    ASSERT_FALSE(CharacterImport::loadSkeleton(graph, kBvh).empty());
+    ASSERT_FALSE(CharacterImport::loadMesh(graph, "/usr/share/assimp/models/FBX/huesitos.fbx").empty());
+    // A node whose parent is missing, as a scene file may leave one: its name is taken all the same.
+    graph.addNode(std::make_shared<JointNode>(NodePath("/Skeleton/Hips1/Orphan")), "");
+    const SceneState first = capture(graph);
+
+    const std::vector<std::string> skeleton = CharacterImport::loadSkeleton(graph, kBvh);
+    const std::vector<std::string> mesh = CharacterImport::loadMesh(graph, "/usr/share/assimp/models/FBX/huesitos.fbx");
+    ASSERT_FALSE(skeleton.empty());
+    ASSERT_FALSE(mesh.empty());
+    EXPECT_EQ(std::count(skeleton.begin(), skeleton.end(), "/Skeleton"), 0) << "the scene's own is used";
+    EXPECT_EQ(std::count(mesh.begin(), mesh.end(), "/Skin"), 0);
+    ASSERT_NE(graph.node("/Skeleton/Hips2/LHipJoint/LeftUpLeg"), nullptr);
+    EXPECT_EQ(graph.node("/Skeleton/Hips2")->parent, nullptr);
+    SceneState both = capture(graph);
+    for (const auto& entry : first.nodes) {
+        EXPECT_EQ(both.nodes.count(entry.first), 1u) << entry.first;
+        both.nodes.erase(entry.first);
+    }
+    EXPECT_EQ(both.nodes.size(), skeleton.size() + mesh.size() / 2) << "every new path is new";
+    SceneState kept = capture(graph);
+    for (const auto& entry : both.nodes)
+        kept.nodes.erase(entry.first);
+    // The first import's nodes are the same objects, children and all, and
+    // the second's hang under the same "/Skin".
+    kept.nodes["/Skin"].children = first.nodes.at("/Skin").children;
+    expectSameScene(first, kept, "after the second import", true, 0.0);
+    for (const std::string& path : mesh)
+        EXPECT_EQ(graph.node(path)->parent == graph.node("/Skin").get(), NodePath(path).parentPath().string() == "/Skin")
+            << path;
+
+    // Every node is walked: a move of the root and a new scene.
+    graph.updateMatrix(std::string("/Skeleton/Hips"));
+    EXPECT_EQ(graph.removeNodes(graph.nodePaths()).size(), first.nodes.size() + both.nodes.size());
+}
+
+TEST(CharacterImport, DeepChainsAndWideSkeletonsInLinearTime)
+{
+    TemporaryDirectory dir;
+    const auto saveChain = [&](size_t length, const std::string& name) {
+        std::vector<Joint> joints(length);
+        for (size_t i = 0; i < length; ++i) {
+            joints[i].name = "j";
+            joints[i].parent = static_cast<int>(i) - 1;
+            joints[i].translation = Imath::V3d(0.0, 0.5, 0.0);
+        }
+        Skeleton chain;
+        ASSERT_TRUE(chain.setJoints(std::move(joints)));
+        ASSERT_TRUE(Zento::saveSkeleton(chain, dir.file(name)));
+    };
+    // Every node holds its whole path, so the longest chain of the file
+    // format would take gigabytes of paths: the loader reads it, the scene
+    // refuses it as a whole.
+    saveChain(Skeleton::kMaxJoints, "longest.zentoskel");
+    EXPECT_EQ(Zento::loadSkeleton(dir.file("longest.zentoskel")).numJoints(), Skeleton::kMaxJoints);
+    ZentoSceneGraph graph;
+    graph.createSolver();
+    std::string error;
+    EXPECT_TRUE(CharacterImport::loadSkeleton(graph, dir.file("longest.zentoskel"), &error).empty());
+    EXPECT_NE(error.find("nest too deep"), std::string::npos) << error;
+    EXPECT_EQ(graph.nodePaths(), std::vector<std::string>{"/Solver"});
+
+    // The deepest chain whose paths fit: "/Skeleton" and "/j" 2043 times.
+    constexpr size_t kDeepest = 2043;
+    saveChain(kDeepest, "deep.zentoskel");
+    ASSERT_EQ(CharacterImport::loadSkeleton(graph, dir.file("deep.zentoskel"), &error).size(), kDeepest + 2) << error;
+    std::string tipPath = "/Skeleton";
+    for (size_t i = 0; i < kDeepest; ++i)
+        tipPath += "/j";
+    const auto tip = graph.node(tipPath);
+    ASSERT_NE(tip, nullptr);
+    EXPECT_NEAR(graph.delegate().GetTransform(tip->path)[3][1], 0.5 * kDeepest, 1e-9);
+    EXPECT_EQ(tip->worldMatrix(), graph.delegate().GetTransform(tip->path));
+
+    // Siblings of one name are numbered without trying every number for each.
+    constexpr size_t kSiblings = 16000;
+    std::vector<Joint> wide(kSiblings + 1);
+    wide[0].name = "Root";
+    for (size_t i = 1; i <= kSiblings; ++i) {
+        wide[i].name = "Leaf";
+        wide[i].parent = 0;
+    }
+    Skeleton fan;
+    ASSERT_TRUE(fan.setJoints(std::move(wide)));
+    ASSERT_TRUE(Zento::saveSkeleton(fan, dir.file("wide.zentoskel")));
+    ASSERT_FALSE(CharacterImport::loadSkeleton(graph, dir.file("wide.zentoskel"), &error).empty()) << error;
+    const auto root = graph.node("/Skeleton/Root");
+    ASSERT_EQ(root->children.size(), kSiblings);
+    EXPECT_EQ(root->children.back()->path.name(), "Leaf" + std::to_string(kSiblings - 1));
+    EXPECT_EQ(graph.removeNodes(graph.nodePaths()).size(), kDeepest + kSiblings + 3);
+}

@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <limits>
 
 using namespace ZentoCore;
 using Zento::RigidBodyConstraintAttributes;
@@ -248,4 +250,48 @@ TEST(RagdollFile, EmptyScenesAndBadFiles)
     EXPECT_TRUE(RagdollFile::loadRagdoll(skeleton, dir.path()).empty());
     EXPECT_EQ(skeleton.nodes.size(), before);
     EXPECT_FALSE(RagdollFile::exportRagdoll(graph, dir.file("missing/doll.zentoragdoll")));
+}
+
+TEST(RagdollFile, AFileWithANumberOrPoseThatNoSceneCanHoldAddsNothing)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph source;
+    buildRagdoll(source);
+    ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("doll.zentoragdoll")));
+    const MapMetadata good = readArchive(dir.file("doll.zentoragdoll"));
+    const auto entryOf = [](MapMetadata& top, const char* list, const char* key) {
+        return top.typedEntryAs<MapMetadata>(list)->typedEntryAs<MapMetadata>(key);
+    };
+    const double inf = std::numeric_limits<double>::infinity();
+    // Each edit with a word the message must hold. "Spine" is the last body:
+    // the bodies before it would be made by then.
+    const std::vector<std::pair<std::function<void(MapMetadata&)>, std::string>> edits = {
+        {[&](MapMetadata& top) { entryOf(top, "rigidBodies", "Leg")->set("dimension", Imath::V3d(0.1, inf, 0.1)); },
+         "not finite"},
+        {[&](MapMetadata& top) {
+             entryOf(top, "constraints", "HipsToLeg")->typedEntry<Imath::M44d>("drivePose")->get()[3][1] = -inf;
+         }, "not finite"},
+        {[&](MapMetadata& top) { entryOf(top, "rigidBodies", "Spine")->set("transform", Imath::M44d(0.0)); },
+         "no pose"},
+        {[&](MapMetadata& top) {
+             entryOf(top, "constraints", "SpineToNeck")->set("matrix", Imath::M44d(1e308));
+         }, "no pose"},
+    };
+    ZentoSceneGraph skeleton;
+    for (const auto& entry : source.nodes)
+        if (entry.second->typeId() == JointNode::kTypeId)
+            skeleton.addNode(std::make_shared<JointNode>(entry.first), entry.second->parent ? entry.second->parent->path.string() : "");
+    const SceneState before = capture(skeleton);
+    for (size_t i = 0; i < edits.size(); ++i) {
+        MapMetadata top = good;
+        edits[i].first(top);
+        const std::string file = dir.file("edit" + std::to_string(i) + ".zentoragdoll");
+        ASSERT_TRUE(writeArchive(top, file));
+        std::string error;
+        EXPECT_TRUE(RagdollFile::loadRagdoll(skeleton, file, &error).empty()) << i;
+        EXPECT_NE(error.find(file), std::string::npos) << error;
+        EXPECT_NE(error.find(edits[i].second), std::string::npos) << error;
+        expectSameScene(before, capture(skeleton), "after edit " + std::to_string(i), true, 0.0);
+    }
+    EXPECT_EQ(RagdollFile::loadRagdoll(skeleton, dir.file("doll.zentoragdoll")).size(), 7u);
 }

@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <limits>
 
 using namespace ZentoCore;
 using Zento::RigidBodyConstraintAttributes;
@@ -129,4 +131,57 @@ TEST(SceneFile, ABadFileLeavesTheSceneExactlyAsItWas)
         EXPECT_FALSE(SceneFile::load(graph, name[0] ? dir.file(name) : dir.path())) << name;
         expectSameScene(before, capture(graph), name, true, 0.0);
     }
+}
+
+TEST(SceneFile, AFileThatNoSceneCanHoldIsRefusedWithTheSceneIntact)
+{
+    TemporaryDirectory dir;
+    ZentoSceneGraph graph;
+    buildScene(graph);
+    ASSERT_TRUE(SceneFile::save(graph, dir.file("scene.zento")));
+    const MapMetadata good = readArchive(dir.file("scene.zento"));
+    const std::string leg = "/Skeleton/mixamorig:Hips/Left Leg";
+    const std::string body = leg + "/Left Leg_RB";
+    const auto entryOf = [](MapMetadata& top, const std::string& path) { return top.typedEntryAs<MapMetadata>(path); };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    // Each edit with a word the message must hold.
+    const std::vector<std::pair<std::function<void(MapMetadata&)>, std::string>> edits = {
+        {[&](MapMetadata& top) { entryOf(top, leg)->set("translation", Imath::V3d(nan, 0, 0)); }, "not finite"},
+        {[&](MapMetadata& top) {
+             entryOf(top, body)->typedEntryAs<MapMetadata>("attributes")->set("dimension", Imath::V3d(0.1, inf, 0.1));
+         }, "not finite"},
+        {[&](MapMetadata& top) { entryOf(top, "/Skin/Body")->typedEntryAs<MapMetadata>("mesh")
+                                     ->typedEntry<ZentoUtils::Mesh>("geo")->get().points[2].y = float(inf); },
+         "not finite"},
+        {[&](MapMetadata& top) { entryOf(top, leg)->set("parent", leg); }, "parent"},
+        {[&](MapMetadata& top) { entryOf(top, "/Skeleton/mixamorig:Hips")->set("parent", leg); }, "parent"},
+        {[&](MapMetadata& top) { entryOf(top, leg)->set("parent", std::string("/Skin")); }, "parent"},
+        {[&](MapMetadata& top) {
+             top.insertEntry("/Solver", std::make_shared<MapMetadata>(*entryOf(top, body)));
+             entryOf(top, "/Solver")->set("parent", std::string());
+         }, "solver"},
+        // Finite scales whose product is not: the world matrix of the foot overflows.
+        {[&](MapMetadata& top) {
+             entryOf(top, leg)->set("scale", Imath::V3d(1e200, 1, 1));
+             entryOf(top, leg + "/Foot")->set("scale", Imath::V3d(1e200, 1, 1));
+         }, "overflows"},
+    };
+    graph.setSelection({body});
+    const SceneState before = capture(graph);
+    for (size_t i = 0; i < edits.size(); ++i) {
+        MapMetadata top = good;
+        edits[i].first(top);
+        const std::string file = dir.file("edit" + std::to_string(i) + ".zento");
+        ASSERT_TRUE(writeArchive(top, file));
+        std::string error;
+        EXPECT_FALSE(SceneFile::load(graph, file, &error)) << i;
+        EXPECT_NE(error.find(file), std::string::npos) << error;
+        EXPECT_NE(error.find(edits[i].second), std::string::npos) << error;
+        expectSameScene(before, capture(graph), "after edit " + std::to_string(i), true, 0.0);
+    }
+    // The scene goes on: a new scene, and the good file, load as ever.
+    graph.removeNodes(graph.nodePaths());
+    EXPECT_TRUE(SceneFile::load(graph, dir.file("scene.zento")));
+    EXPECT_EQ(graph.node("/Solver")->typeId(), SolverNode::kTypeId);
 }

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <map>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -433,10 +434,27 @@ TEST(LoaderFailures, WellFormedArchivesWithWrongContentFail)
     saveMap(skeletonMap({jointMap(5, true)}), "missingParent.zentoskel");
     saveMap(skeletonMap({}), "noJoints.zentoskel");
     EXPECT_EQ(Zento::loadSkeleton(dir.file("good.zentoskel")).numJoints(), 1) << "the others fail by their content";
-    for (const std::string name : {"wrongType", "ownParent", "missingParent", "noJoints"}) {
+    // Numbers that no scene can hold: a scale of -inf, a quaternion with inf,
+    // and finite scales whose product overflows the child's world matrix.
+    const double inf = std::numeric_limits<double>::infinity();
+    MapMetadata infiniteScale = jointMap(-1, true);
+    infiniteScale.set("scale", Imath::V3d(1, -inf, 1));
+    MapMetadata infiniteTurn = jointMap(-1, true);
+    infiniteTurn.set("rotation", Imath::Quatd(1, 0, inf, 0));
+    MapMetadata huge = jointMap(-1, true);
+    huge.set("scale", Imath::V3d(1e200, 1, 1));
+    MapMetadata hugeChild = jointMap(0, true);
+    hugeChild.set("scale", Imath::V3d(1e200, 1, 1));
+    saveMap(skeletonMap({infiniteScale}), "infiniteScale.zentoskel");
+    saveMap(skeletonMap({jointMap(-1, true), infiniteTurn}), "infiniteTurn.zentoskel");
+    saveMap(skeletonMap({huge, hugeChild}), "overflow.zentoskel");
+    saveMap(skeletonMap({huge}), "hugeAlone.zentoskel");
+    EXPECT_EQ(Zento::loadSkeleton(dir.file("hugeAlone.zentoskel")).numJoints(), 1) << "a huge scale alone is finite";
+    for (const std::string name :
+         {"wrongType", "ownParent", "missingParent", "noJoints", "infiniteScale", "infiniteTurn", "overflow"}) {
         std::string error;
         EXPECT_EQ(Zento::loadSkeleton(dir.file(name + ".zentoskel"), &error).numJoints(), 0) << name;
-        EXPECT_FALSE(error.empty()) << name;
+        EXPECT_NE(error.find(dir.file(name + ".zentoskel")), std::string::npos) << error;
     }
 
     // A mesh whose face names a point it does not have would be drawn out of bounds.
@@ -454,9 +472,31 @@ TEST(LoaderFailures, WellFormedArchivesWithWrongContentFail)
     EXPECT_FALSE(Zento::saveMesh(tree, dir.file("refused.geos"), &error));
     EXPECT_FALSE(error.empty());
     saveMap(tree, "broken.geos");
-    error.clear();
-    EXPECT_TRUE(Zento::loadMesh(dir.file("broken.geos"), "*", &error)->empty());
-    EXPECT_FALSE(error.empty());
+    // A point that is not finite, and a node whose world matrix overflows.
+    broken.indices = {0, 1, 2};
+    broken.points[1].z = -std::numeric_limits<float>::infinity();
+    node.insertEntry(Zento::kMeshGeoKey, std::make_shared<MetadataImpl<ZentoUtils::Mesh>>(broken));
+    children.clear();
+    children.addEntry("infinite", &node);
+    tree.addEntry(Zento::kMeshChildrenKey, &children);
+    saveMap(tree, "infinite.geos");
+    MapMetadata far;
+    far.set(Zento::kMeshScaleKey, Imath::V3d(1e200, 1e200, 1e200));
+    MapMetadata farther;
+    farther.addEntry("far", &far);
+    far.addEntry(Zento::kMeshChildrenKey, &farther);
+    farther.addEntry("far", &far);
+    MapMetadata overflow;
+    overflow.addEntry(Zento::kMeshChildrenKey, &farther);
+    saveMap(overflow, "overflow.geos");
+    for (const auto& [name, word] : std::map<std::string, std::string>{
+             {"broken.geos", "no readable values"}, {"infinite.geos", "not finite"}, {"overflow.geos", "overflows"}}) {
+        error.clear();
+        EXPECT_TRUE(Zento::loadMesh(dir.file(name), "*", &error)->empty()) << name;
+        EXPECT_NE(error.find(dir.file(name)), std::string::npos) << error;
+        EXPECT_NE(error.find(word), std::string::npos) << error;
+    }
+    EXPECT_FALSE(Zento::saveMesh(tree, dir.file("refused.geos"))) << "what cannot be read is not written";
 }
 
 namespace {
