@@ -274,3 +274,41 @@ TEST(CharacterImport, DeepChainsAndWideSkeletonsInLinearTime)
     EXPECT_EQ(root->children.back()->path.name(), "Leaf" + std::to_string(kSiblings - 1));
     EXPECT_EQ(graph.removeNodes(graph.nodePaths()).size(), kDeepest + kSiblings + 3);
 }
+
+TEST(CharacterImport, AFileThatTheImporterStopsOnLeavesTheSceneAndTheProgramGoesOn)
+{
+    TemporaryDirectory dir;
+    // A byte changed inside the compressed data of a zipped Collada file:
+    // Assimp's zip reader aborts on it. The data starts after the first entry's
+    // local header: 30 bytes, its name and its extra field.
+    std::string zae = TemporaryDirectory::readFile("/usr/share/assimp/models/Collada/duck.zae");
+    ASSERT_GT(zae.size(), 2000u);
+    const auto field = [&](size_t at) { return size_t(uint8_t(zae[at])) | size_t(uint8_t(zae[at + 1])) << 8; };
+    zae[30 + field(26) + field(28) + 1000] ^= 0x55;
+    dir.write("damaged.zae", zae);
+    // An MD5 mesh cut short after its "numtris" line: Assimp's parser crashes on it.
+    const std::string md5 = TemporaryDirectory::readFile("/usr/share/assimp/models/MD5/SimpleCube.md5mesh");
+    const size_t numtris = md5.find("numtris");
+    ASSERT_NE(numtris, std::string::npos);
+    dir.write("cut.md5mesh", md5.substr(0, md5.find('\n', numtris) + 1));
+
+    ZentoSceneGraph graph;
+    graph.createSolver();
+    ASSERT_FALSE(CharacterImport::loadSkeleton(graph, kBvh).empty());
+    const SceneState before = capture(graph);
+    for (const std::string name : {"damaged.zae", "cut.md5mesh"}) {
+        for (const bool asSkeleton : {true, false}) {
+            std::string error;
+            const std::vector<std::string> names = asSkeleton
+                ? CharacterImport::loadSkeleton(graph, dir.file(name), &error)
+                : CharacterImport::loadMesh(graph, dir.file(name), &error);
+            EXPECT_TRUE(names.empty()) << name;
+            EXPECT_NE(error.find(dir.file(name)), std::string::npos) << error;
+            EXPECT_NE(error.find("importer stopped"), std::string::npos) << error;
+            expectSameScene(before, capture(graph), name, true, 0.0);
+        }
+    }
+    // The undamaged files come in beside what is there.
+    EXPECT_FALSE(CharacterImport::loadMesh(graph, "/usr/share/assimp/models/Collada/duck.zae").empty());
+    EXPECT_FALSE(CharacterImport::loadMesh(graph, "/usr/share/assimp/models/MD5/SimpleCube.md5mesh").empty());
+}

@@ -38,7 +38,12 @@ std::vector<std::string> TemporaryDirectory::entries() const
 
 std::string TemporaryDirectory::read(const std::string& name) const
 {
-    std::ifstream in(file(name), std::ios::binary);
+    return readFile(file(name));
+}
+
+std::string TemporaryDirectory::readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 

@@ -16,6 +16,8 @@ public:
     std::string file(const std::string& name) const { return mPath + "/" + name; }
     // The bytes of a file in the directory; empty when it cannot be read.
     std::string read(const std::string& name) const;
+    // The bytes of any file, such as a real model to damage a copy of.
+    static std::string readFile(const std::string& path);
     void write(const std::string& name, const std::string& bytes) const;
     // The names in the directory, sorted.
     std::vector<std::string> entries() const;
