@@ -15,14 +15,84 @@ namespace {
 using ZentoCore::MapMetadata;
 using ZentoUtils::Mesh;
 
+// The points and normals of a mesh, one per vertex, in its node's space.
+struct Vertices {
+    std::vector<Imath::V3f> points;
+    std::vector<Imath::V3f> normals; // empty when the mesh has none
+};
+
+// A skinned mesh is placed at its bind pose, in the space of the skeleton
+// that the file gives: each vertex at the sum over its bones of the weight
+// times the vertex times the bone's offset (inverse bind) matrix times the
+// bone node's world matrix, which puts the skin where its bones were bound,
+// and then into its node's space (toNode). The weights are taken as shares
+// of their sum, as skinning in the tools that write these files does: files
+// whose weights add up to 0.95 or to 1.4 would otherwise shrink or swell the
+// skin. A vertex that no bone weighs, as every vertex of an unskinned mesh,
+// stays where its node puts it.
+Vertices placedVertices(const aiScene& scene, const aiMesh& mesh, const Imath::M44d& toNode)
+{
+    Vertices out;
+    const unsigned int count = mesh.mNumVertices;
+    for (unsigned int v = 0; v < count; ++v)
+        out.points.emplace_back(mesh.mVertices[v].x, mesh.mVertices[v].y, mesh.mVertices[v].z);
+    if (mesh.mNormals)
+        for (unsigned int v = 0; v < count; ++v)
+            out.normals.emplace_back(mesh.mNormals[v].x, mesh.mNormals[v].y, mesh.mNormals[v].z);
+    if (mesh.mNumBones == 0)
+        return out;
+    std::vector<Imath::V3d> points(count, Imath::V3d(0.0));
+    std::vector<Imath::V3d> normals(count, Imath::V3d(0.0));
+    std::vector<double> weights(count, 0.0);
+    for (unsigned int b = 0; b < mesh.mNumBones; ++b) {
+        const aiBone& bone = *mesh.mBones[b];
+        const aiNode* joint = scene.mRootNode->FindNode(bone.mName);
+        if (!joint)
+            continue; // a bone of no node: it moves nothing
+        const Imath::M44d bind = toImath(bone.mOffsetMatrix) * worldMatrix(joint);
+        for (unsigned int w = 0; w < bone.mNumWeights; ++w) {
+            const unsigned int v = bone.mWeights[w].mVertexId;
+            if (v >= count)
+                continue;
+            const double weight = bone.mWeights[w].mWeight;
+            Imath::V3d placed;
+            bind.multVecMatrix(Imath::V3d(out.points[v]), placed);
+            points[v] += weight * placed;
+            if (mesh.mNormals) {
+                bind.multDirMatrix(Imath::V3d(out.normals[v]), placed);
+                normals[v] += weight * placed;
+            }
+            weights[v] += weight;
+        }
+    }
+    for (unsigned int v = 0; v < count; ++v) {
+        if (weights[v] == 0.0)
+            continue;
+        Imath::V3d inNode;
+        toNode.multVecMatrix(points[v] / weights[v], inNode);
+        out.points[v] = Imath::V3f(inNode);
+        if (mesh.mNormals) {
+            toNode.multDirMatrix(normals[v], inNode);
+            out.normals[v] = Imath::V3f(inNode.normalized());
+        }
+    }
+    return out;
+}
+
+bool isSkinned(const aiScene& scene, const aiNode& node)
+{
+    for (unsigned int m = 0; m < node.mNumMeshes; ++m)
+        if (scene.mMeshes[node.mMeshes[m]]->mNumBones > 0)
+            return true;
+    return false;
+}
+
 // Appends the polygons of an Assimp mesh. Points and lines are no surface and
 // are left out, as is any face with an index past the mesh's vertices.
-void appendMesh(const aiMesh& in, bool withNormals, bool withUvs, Mesh& out)
+void appendMesh(const aiMesh& in, const Vertices& vertices, bool withNormals, bool withUvs, Mesh& out)
 {
     const int base = static_cast<int>(out.points.size());
-    out.points.reserve(out.points.size() + in.mNumVertices);
-    for (unsigned int v = 0; v < in.mNumVertices; ++v)
-        out.points.emplace_back(in.mVertices[v].x, in.mVertices[v].y, in.mVertices[v].z);
+    out.points.insert(out.points.end(), vertices.points.begin(), vertices.points.end());
     const aiVector3D* uvs = in.mTextureCoords[0];
     for (unsigned int f = 0; f < in.mNumFaces; ++f) {
         const aiFace& face = in.mFaces[f];
@@ -36,7 +106,7 @@ void appendMesh(const aiMesh& in, bool withNormals, bool withUvs, Mesh& out)
             const unsigned int v = face.mIndices[c];
             out.indices.push_back(base + static_cast<int>(v));
             if (withNormals)
-                out.normals.emplace_back(in.mNormals[v].x, in.mNormals[v].y, in.mNormals[v].z);
+                out.normals.push_back(vertices.normals[v]);
             if (withUvs)
                 out.uvs.emplace_back(uvs[v].x, uvs[v].y);
         }
@@ -44,9 +114,20 @@ void appendMesh(const aiMesh& in, bool withNormals, bool withUvs, Mesh& out)
 }
 
 // All meshes of a node as one; normals and uvs only when every mesh has them,
-// so that they stay one per face corner.
-Mesh nodeMesh(const aiScene& scene, const aiNode& node)
+// so that they stay one per face corner. False, with the reason, for a skin
+// that cannot be brought into its node's space.
+bool nodeMesh(const aiScene& scene, const aiNode& node, Mesh& out, std::string& reason)
 {
+    Imath::M44d toNode;
+    if (isSkinned(scene, node)) {
+        const Imath::M44d world = worldMatrix(&node);
+        if (world.determinant() == 0.0) {
+            reason = "the skinned mesh of \"" + std::string(node.mName.C_Str())
+                + "\" hangs under a node that scales it to nothing";
+            return false;
+        }
+        toNode = world.inverse();
+    }
     bool withNormals = true;
     bool withUvs = true;
     size_t points = 0;
@@ -61,7 +142,6 @@ Mesh nodeMesh(const aiScene& scene, const aiNode& node)
         for (unsigned int f = 0; f < mesh.mNumFaces; ++f)
             corners += mesh.mFaces[f].mNumIndices;
     }
-    Mesh out;
     out.points.reserve(points);
     out.counts.reserve(faces);
     out.indices.reserve(corners);
@@ -69,9 +149,11 @@ Mesh nodeMesh(const aiScene& scene, const aiNode& node)
         out.normals.reserve(corners);
     if (withUvs)
         out.uvs.reserve(corners);
-    for (unsigned int m = 0; m < node.mNumMeshes; ++m)
-        appendMesh(*scene.mMeshes[node.mMeshes[m]], withNormals, withUvs, out);
-    return out;
+    for (unsigned int m = 0; m < node.mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene.mMeshes[node.mMeshes[m]];
+        appendMesh(mesh, placedVertices(scene, mesh, toNode), withNormals, withUvs, out);
+    }
+    return true;
 }
 
 bool hasUsableMeshes(const aiScene& scene, const aiNode& node)
@@ -99,7 +181,8 @@ std::shared_ptr<MapMetadata> nodeTree(const aiScene& scene, const aiNode& node, 
     if (hasUsableMeshes(scene, node)) {
         // Filled where it stays: a mesh can be large.
         auto geo = std::make_shared<ZentoCore::MetadataImpl<Mesh>>();
-        geo->get() = nodeMesh(scene, node);
+        if (!nodeMesh(scene, node, geo->get(), reason))
+            return nullptr;
         tree->insertEntry(kMeshGeoKey, geo);
     }
     auto children = std::make_shared<MapMetadata>();

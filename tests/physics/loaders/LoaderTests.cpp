@@ -251,7 +251,7 @@ TEST(Skeleton, LinksFollowTheJointsThroughCopies)
     EXPECT_FALSE(copy.setJoints(joints));
 }
 
-TEST(MeshImport, SkinnedGltfMeshInItsNodesSpace)
+TEST(MeshImport, SkinnedGltfMeshAtItsBindPose)
 {
     std::string error;
     const auto tree = Zento::loadMesh(kModels + "glTF2/simple_skin/simple_skin.gltf", "*", &error);
@@ -264,12 +264,14 @@ TEST(MeshImport, SkinnedGltfMeshInItsNodesSpace)
     ASSERT_NE(geo, nullptr);
     EXPECT_TRUE(geo->get().isValid());
     // By hand from the file: the indices accessor has "count" : 24, eight
-    // triangles; the positions accessor "min" : [0.0, 0.0, 0.0], "max" : [1.0, 2.0, 0.0].
+    // triangles; the positions accessor "min" : [0.0, 0.0, 0.0], "max" : [1.0,
+    // 2.0, 0.0]. Both joints' inverse bind matrices move by (-0.5, -1, 0) and
+    // both joints stand at (0, 1, 0): the skin was bound half a unit to the left.
     EXPECT_EQ(triangleCount(geo->get()), 8);
     EXPECT_EQ(geo->get().counts, std::vector<int>(8, 3));
     EXPECT_EQ(geo->get().points.size(), 10u);
-    EXPECT_EQ(boundsOf(geo->get()).min, Imath::V3f(0, 0, 0));
-    EXPECT_EQ(boundsOf(geo->get()).max, Imath::V3f(1, 2, 0));
+    EXPECT_EQ(boundsOf(geo->get()).min, Imath::V3f(-0.5, 0, 0));
+    EXPECT_EQ(boundsOf(geo->get()).max, Imath::V3f(0.5, 2, 0));
 
     const auto joint = childOf(*node, "nodes[1]");
     ASSERT_NE(joint, nullptr);
