@@ -260,7 +260,7 @@ bool Archive::readFromFile(const std::string& path)
     return adoptFileBytes(static_cast<size_t>(info.st_size));
 }
 
-bool Archive::writeToFile(const std::string& path) const
+bool Archive::writeToFile(const std::string& path, Sync sync) const
 {
     if (path.empty())
         return false;
@@ -281,7 +281,7 @@ bool Archive::writeToFile(const std::string& path) const
     bool ok = ::fchmod(fd, newFileMode(path)) == 0
         && writeAll(fd, header, kHeaderSize)
         && writeAll(fd, data(), mSize)
-        && ::fsync(fd) == 0;
+        && (sync == Sync::None || ::fsync(fd) == 0);
     ok = (::close(fd) == 0) && ok;
     ok = ok && ::rename(temporary.c_str(), path.c_str()) == 0;
     if (!ok)

@@ -39,9 +39,13 @@ public:
     // Takes a payload as data() gives it, with no header, for reading.
     void assignPayload(const void* bytes, size_t size);
 
+    // Whether a write waits until the bytes are on the disk: a file that a
+    // user keeps does; one that is read back at once and removed need not.
+    enum class Sync { ToDisk, None };
+
     // Writes atomically: a temporary file beside the target is written, synced
     // and renamed over it, so a failed save leaves any existing file untouched.
-    bool writeToFile(const std::string& path) const;
+    bool writeToFile(const std::string& path, Sync sync = Sync::ToDisk) const;
 
     // The payload written so far, without the header.
     const unsigned char* data() const { return mBuffer.get() + mPayloadOffset; }

@@ -4,10 +4,6 @@
 #include "MapMetadata.h"
 #include "MathUtils.h"
 
-#include <assimp/Importer.hpp>
-#include <assimp/config.h>
-#include <assimp/scene.h>
-
 #include <cctype>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -70,11 +66,12 @@ bool readArchiveMap(const std::string& file, ZentoCore::MapMetadata& map, std::s
     return true;
 }
 
-bool writeArchiveMap(const ZentoCore::MapMetadata& map, const std::string& file, std::string* error)
+bool writeArchiveMap(const ZentoCore::MapMetadata& map, const std::string& file, std::string* error,
+                     ZentoCore::Archive::Sync sync)
 {
     ZentoCore::Archive archive(map.memSize(), 0);
     archive << map;
-    if (!archive.good() || !archive.writeToFile(file)) {
+    if (!archive.good() || !archive.writeToFile(file, sync)) {
         setError(error, "Cannot write \"" + file + "\"");
         return false;
     }
@@ -92,11 +89,6 @@ std::string pathElementName(const std::string& name, const std::string& fallback
     return fitted;
 }
 
-Imath::M44d toImath(const aiMatrix4x4t<float>& m)
-{
-    return Imath::M44d(m.a1, m.b1, m.c1, m.d1, m.a2, m.b2, m.c2, m.d2, m.a3, m.b3, m.c3, m.d3, m.a4, m.b4, m.c4, m.d4);
-}
-
 void splitMatrix(const Imath::M44d& m, Imath::V3d& translation, Imath::Quatd& rotation, Imath::V3d& scale)
 {
     if (ZentoCore::extractSRT(m, scale, rotation, translation))
@@ -105,23 +97,6 @@ void splitMatrix(const Imath::M44d& m, Imath::V3d& translation, Imath::Quatd& ro
     rotation = Imath::Quatd();
     scale = Imath::V3d(Imath::V3d(m[0][0], m[0][1], m[0][2]).length(), Imath::V3d(m[1][0], m[1][1], m[1][2]).length(),
                        Imath::V3d(m[2][0], m[2][1], m[2][2]).length());
-}
-
-const aiScene* importScene(Assimp::Importer& importer, const std::string& file, std::string* error)
-{
-    const std::string problem = fileProblem(file);
-    if (!problem.empty()) {
-        setError(error, problem);
-        return nullptr;
-    }
-    importer.SetPropertyBool(AI_CONFIG_IMPORT_FBX_PRESERVE_PIVOTS, false);
-    const aiScene* scene = importer.ReadFile(file, 0);
-    if (!scene || !scene->mRootNode) {
-        const std::string reason = importer.GetErrorString();
-        setError(error, cannotRead(file, reason.empty() ? "no scene in the file" : reason));
-        return nullptr;
-    }
-    return scene;
 }
 
 } // namespace Zento

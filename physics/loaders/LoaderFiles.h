@@ -4,20 +4,16 @@
 #include <Imath/ImathQuat.h>
 #include <Imath/ImathVec.h>
 
+#include "Archive.h"
+
 #include <string>
 
-struct aiScene;
-template <typename T>
-class aiMatrix4x4t;
-namespace Assimp {
-class Importer;
-}
 namespace ZentoCore {
 class MapMetadata;
 }
 
-// What the skeleton and mesh loaders share: checks of the file, our Archive
-// formats, names fit for node paths and the settings of Assimp.
+// What the skeleton and mesh readers share: checks of the file, our Archive
+// formats, names fit for node paths and the split of a matrix.
 namespace Zento {
 
 // Stores message in *error when error is set.
@@ -37,25 +33,17 @@ std::string fileExtension(const std::string& file);
 // error tells why.
 bool readArchiveMap(const std::string& file, ZentoCore::MapMetadata& map, std::string* error);
 // Writes atomically: a failed save leaves an existing file as it was.
-bool writeArchiveMap(const ZentoCore::MapMetadata& map, const std::string& file, std::string* error);
+bool writeArchiveMap(const ZentoCore::MapMetadata& map, const std::string& file, std::string* error,
+                     ZentoCore::Archive::Sync sync = ZentoCore::Archive::Sync::ToDisk);
 
 // A name that stands as one element of a node path: "/" and control characters
 // become "_", and an empty name becomes fallback. Everything else is kept, so
 // "mixamorig:Hips" and "Left Arm" stay as they are.
 std::string pathElementName(const std::string& name, const std::string& fallback);
 
-// Assimp's matrices act on column vectors: transposed into the row-vector
-// convention of the scene model.
-Imath::M44d toImath(const aiMatrix4x4t<float>& m);
-
 // Translation, rotation and scale of m. A matrix with a zero scale has no
 // rotation to speak of: it gives its translation, the lengths of its axes as
 // scale, and the identity.
 void splitMatrix(const Imath::M44d& m, Imath::V3d& translation, Imath::Quatd& rotation, Imath::V3d& scale);
-
-// Reads file with Assimp as both loaders do: helper nodes of FBX pivots folded
-// into their nodes, no post-processing. Null, with the importer's reason in
-// error, when the file cannot be read.
-const aiScene* importScene(Assimp::Importer& importer, const std::string& file, std::string* error);
 
 } // namespace Zento

@@ -1,11 +1,8 @@
 #include "MeshLoader.h"
 
+#include "ImporterProcess.h"
 #include "LoaderFiles.h"
 #include "MathUtils.h"
-#include "UniqueNames.h"
-
-#include <assimp/Importer.hpp>
-#include <assimp/scene.h>
 
 namespace Zento {
 
@@ -13,115 +10,6 @@ namespace {
 
 using ZentoCore::MapMetadata;
 using ZentoUtils::Mesh;
-
-// Appends the polygons of an Assimp mesh. Points and lines are no surface and
-// are left out, as is any face with an index past the mesh's vertices.
-void appendMesh(const aiMesh& in, bool withNormals, bool withUvs, Mesh& out)
-{
-    const int base = static_cast<int>(out.points.size());
-    out.points.reserve(out.points.size() + in.mNumVertices);
-    for (unsigned int v = 0; v < in.mNumVertices; ++v)
-        out.points.emplace_back(in.mVertices[v].x, in.mVertices[v].y, in.mVertices[v].z);
-    const aiVector3D* uvs = in.mTextureCoords[0];
-    for (unsigned int f = 0; f < in.mNumFaces; ++f) {
-        const aiFace& face = in.mFaces[f];
-        bool inside = face.mNumIndices >= 3;
-        for (unsigned int c = 0; c < face.mNumIndices; ++c)
-            inside &= face.mIndices[c] < in.mNumVertices;
-        if (!inside)
-            continue;
-        out.counts.push_back(static_cast<int>(face.mNumIndices));
-        for (unsigned int c = 0; c < face.mNumIndices; ++c) {
-            const unsigned int v = face.mIndices[c];
-            out.indices.push_back(base + static_cast<int>(v));
-            if (withNormals)
-                out.normals.emplace_back(in.mNormals[v].x, in.mNormals[v].y, in.mNormals[v].z);
-            if (withUvs)
-                out.uvs.emplace_back(uvs[v].x, uvs[v].y);
-        }
-    }
-}
-
-// All meshes of a node as one; normals and uvs only when every mesh has them,
-// so that they stay one per face corner.
-Mesh nodeMesh(const aiScene& scene, const aiNode& node)
-{
-    bool withNormals = true;
-    bool withUvs = true;
-    size_t points = 0;
-    for (unsigned int m = 0; m < node.mNumMeshes; ++m) {
-        const aiMesh& mesh = *scene.mMeshes[node.mMeshes[m]];
-        withNormals &= mesh.mNormals != nullptr;
-        withUvs &= mesh.mTextureCoords[0] != nullptr;
-        points += mesh.mNumVertices;
-    }
-    Mesh out;
-    out.points.reserve(points);
-    for (unsigned int m = 0; m < node.mNumMeshes; ++m)
-        appendMesh(*scene.mMeshes[node.mMeshes[m]], withNormals, withUvs, out);
-    return out;
-}
-
-bool hasUsableMeshes(const aiScene& scene, const aiNode& node)
-{
-    for (unsigned int m = 0; m < node.mNumMeshes; ++m)
-        if (node.mMeshes[m] >= scene.mNumMeshes)
-            return false;
-    return node.mNumMeshes > 0;
-}
-
-std::shared_ptr<MapMetadata> nodeTree(const aiScene& scene, const aiNode& node, int level, std::string& reason)
-{
-    if (level > kMaxMeshDepth) {
-        reason = "its nodes nest deeper than " + std::to_string(kMaxMeshDepth) + " levels";
-        return nullptr;
-    }
-    auto tree = std::make_shared<MapMetadata>();
-    Imath::V3d translation;
-    Imath::Quatd rotation;
-    Imath::V3d scale;
-    splitMatrix(toImath(node.mTransformation), translation, rotation, scale);
-    tree->insertEntry(kMeshTranslationKey, std::make_shared<ZentoCore::MetadataImpl<Imath::V3d>>(translation));
-    tree->insertEntry(kMeshRotationKey, std::make_shared<ZentoCore::MetadataImpl<Imath::Quatd>>(rotation));
-    tree->insertEntry(kMeshScaleKey, std::make_shared<ZentoCore::MetadataImpl<Imath::V3d>>(scale));
-    if (hasUsableMeshes(scene, node))
-        tree->insertEntry(kMeshGeoKey, std::make_shared<ZentoCore::MetadataImpl<Mesh>>(nodeMesh(scene, node)));
-    auto children = std::make_shared<MapMetadata>();
-    ZentoCore::UniqueNames names;
-    for (unsigned int c = 0; c < node.mNumChildren; ++c) {
-        auto child = nodeTree(scene, *node.mChildren[c], level + 1, reason);
-        if (!child)
-            return nullptr;
-        children->insertEntry(names.claim(pathElementName(node.mChildren[c]->mName.C_Str(), "node")), child);
-    }
-    tree->insertEntry(kMeshChildrenKey, children);
-    return tree;
-}
-
-bool loadAssimpMesh(const std::string& file, MapMetadata& tree, std::string* error)
-{
-    Assimp::Importer importer;
-    const aiScene* scene = importScene(importer, file, error);
-    if (!scene)
-        return false;
-    const aiNode& root = *scene->mRootNode;
-    // A root that neither holds meshes nor moves its children adds nothing.
-    const bool rootIsGroup = !hasUsableMeshes(*scene, root) && root.mTransformation.IsIdentity();
-    std::string reason;
-    const auto rootTree = nodeTree(*scene, root, rootIsGroup ? 0 : 1, reason);
-    if (!rootTree) {
-        setError(error, cannotRead(file, reason));
-        return false;
-    }
-    if (rootIsGroup) {
-        tree.insertEntry(kMeshChildrenKey, rootTree->getEntry(kMeshChildrenKey));
-    } else {
-        auto children = std::make_shared<MapMetadata>();
-        children->insertEntry(pathElementName(root.mName.C_Str(), "node"), rootTree);
-        tree.insertEntry(kMeshChildrenKey, children);
-    }
-    return true;
-}
 
 // The local matrix of a node of the tree, as the scene will build it: scale,
 // rotation, translation, each the identity when missing.
@@ -214,20 +102,29 @@ void applyFilter(MapMetadata& tree, const std::string& filter)
 
 } // namespace
 
+std::vector<std::string> meshExtensions()
+{
+    std::vector<std::string> extensions = {kMeshExtension};
+    extensions.insert(extensions.end(), foreignExtensions().begin(), foreignExtensions().end());
+    return extensions;
+}
+
 std::shared_ptr<MapMetadata> loadMesh(const std::string& file, const std::string& filter, std::string* error)
 {
     auto tree = std::make_shared<MapMetadata>();
     bool loaded = false;
-    if (fileExtension(file) == ".geos")
-        loaded = readArchiveMap(file, *tree, error);
+    const auto readOwn = [&](const std::string& own, std::string* reason) {
+        if (!readArchiveMap(own, *tree, reason))
+            return false;
+        const std::string problem = meshTreeProblem(*tree);
+        if (!problem.empty())
+            setError(reason, cannotRead(own, problem));
+        return problem.empty();
+    };
+    if (fileExtension(file) == kMeshExtension)
+        loaded = readOwn(file, error);
     else
-        loaded = loadAssimpMesh(file, *tree, error);
-    if (loaded) {
-        const std::string problem = treeProblem(*tree, 0, Imath::M44d(), std::string());
-        loaded = problem.empty();
-        if (!loaded)
-            setError(error, cannotRead(file, problem));
-    }
+        loaded = importForeign(file, ForeignKind::Mesh, readOwn, error);
     if (!loaded)
         tree->clear();
     else
@@ -235,14 +132,19 @@ std::shared_ptr<MapMetadata> loadMesh(const std::string& file, const std::string
     return tree;
 }
 
-bool saveMesh(const MapMetadata& tree, const std::string& file, std::string* error)
+std::string meshTreeProblem(const MapMetadata& tree)
 {
-    const std::string problem = treeProblem(tree, 0, Imath::M44d(), std::string());
+    return treeProblem(tree, 0, Imath::M44d(), std::string());
+}
+
+bool saveMesh(const MapMetadata& tree, const std::string& file, std::string* error, ZentoCore::Archive::Sync sync)
+{
+    const std::string problem = meshTreeProblem(tree);
     if (!problem.empty()) {
         setError(error, "Cannot save \"" + file + "\": " + problem);
         return false;
     }
-    return writeArchiveMap(tree, file, error);
+    return writeArchiveMap(tree, file, error, sync);
 }
 
 } // namespace Zento

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "Archive.h"
 #include "MapMetadata.h"
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Zento {
 
@@ -15,19 +17,23 @@ constexpr const char* kMeshTranslationKey = "translation";
 constexpr const char* kMeshRotationKey = "rotation";
 constexpr const char* kMeshScaleKey = "scale";
 
+// Our own mesh file.
+constexpr const char* kMeshExtension = ".geos";
+
+// Every extension, with its dot, that loadMesh takes: ours, then the importer's.
+std::vector<std::string> meshExtensions();
+
 // Levels of nodes below the returned map that a ".geos" file can hold.
 constexpr int kMaxMeshDepth = 31;
 
 // Reads a mesh tree, by the file's extension: ".geos", our own format as
-// saveMesh writes it, or anything Assimp reads (FBX, glTF/GLB, Collada, OBJ, ...).
+// saveMesh writes it, or anything else by the importer program, in a child
+// process (FBX, glTF/GLB, Collada, OBJ, ...: see convertMesh of the importer).
 //
 // The map holds "children": a map from each child's name to a map of the same
 // form, which holds the node's "translation", "rotation" (a quaternion) and
 // "scale", its "children", and "geo" when the node holds meshes: all of them
-// as one Mesh, in the node's own space. Names are the file's, but for "/" and
-// control characters, which become "_", and siblings of the same name, which
-// get a number. The file's root node appears as a child of its own only when
-// it holds meshes or moves its children.
+// as one Mesh, in the node's own space.
 //
 // Only nodes whose name matches filter keep their "geo"; in filter "*" stands
 // for any run of characters and "?" for any one, so "*" keeps all.
@@ -38,9 +44,15 @@ constexpr int kMaxMeshDepth = 31;
 std::shared_ptr<ZentoCore::MapMetadata> loadMesh(const std::string& file, const std::string& filter = "*",
                                                  std::string* error = nullptr);
 
+// Why a scene could not hold the tree: an invalid mesh, nodes deeper than
+// kMaxMeshDepth, a number that is not finite or a world matrix that
+// overflows; the empty text when it can.
+std::string meshTreeProblem(const ZentoCore::MapMetadata& tree);
+
 // Writes a ".geos" file atomically. False, and no file, for a tree that could
 // not be read back: an invalid mesh, nodes deeper than kMaxMeshDepth, or what
 // loadMesh refuses.
-bool saveMesh(const ZentoCore::MapMetadata& tree, const std::string& file, std::string* error = nullptr);
+bool saveMesh(const ZentoCore::MapMetadata& tree, const std::string& file, std::string* error = nullptr,
+              ZentoCore::Archive::Sync sync = ZentoCore::Archive::Sync::ToDisk);
 
 } // namespace Zento

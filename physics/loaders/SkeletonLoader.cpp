@@ -1,20 +1,17 @@
 #include "SkeletonLoader.h"
 
 #include "ArrayMetadata.h"
+#include "ImporterProcess.h"
 #include "LoaderFiles.h"
 #include "MapMetadata.h"
 #include "MathUtils.h"
 #include "UniqueNames.h"
 #include "UsdaSkeletonReader.h"
 
-#include <assimp/Importer.hpp>
-#include <assimp/scene.h>
-
 #include <cmath>
 #include <fstream>
 #include <sstream>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace Zento {
 
@@ -55,8 +52,9 @@ std::string poseProblem(const std::vector<Joint>& joints)
     return std::string();
 }
 
-// Names fit for node paths and unique among siblings, the links, then the poses.
-ZentoCore::Skeleton makeSkeleton(std::vector<Joint> joints, const std::string& file, std::string* error)
+} // namespace
+
+ZentoCore::Skeleton skeletonFromJoints(std::vector<Joint> joints, const std::string& file, std::string* error)
 {
     ZentoCore::Skeleton skeleton;
     if (joints.empty()) {
@@ -82,6 +80,8 @@ ZentoCore::Skeleton makeSkeleton(std::vector<Joint> joints, const std::string& f
     }
     return skeleton;
 }
+
+namespace {
 
 bool readJoint(const ZentoCore::Metadata* value, Joint& joint)
 {
@@ -122,7 +122,7 @@ ZentoCore::Skeleton loadZentoSkeleton(const std::string& file, std::string* erro
             return ZentoCore::Skeleton();
         }
     }
-    return makeSkeleton(std::move(joints), file, error);
+    return skeletonFromJoints(std::move(joints), file, error);
 }
 
 ZentoCore::Skeleton loadUsdaSkeleton(const std::string& file, std::string* error)
@@ -141,90 +141,41 @@ ZentoCore::Skeleton loadUsdaSkeleton(const std::string& file, std::string* error
         setError(error, cannotRead(file, reason.empty() ? "the file cannot be read" : reason));
         return ZentoCore::Skeleton();
     }
-    return makeSkeleton(std::move(joints), file, error);
-}
-
-// The lowest node that is an ancestor of, or is, every node given.
-const aiNode* lowestCommonAncestor(const std::vector<const aiNode*>& nodes)
-{
-    const aiNode* common = nodes.front();
-    for (const aiNode* node : nodes) {
-        std::unordered_set<const aiNode*> above;
-        for (const aiNode* n = node; n; n = n->mParent)
-            above.insert(n);
-        while (common && above.count(common) == 0)
-            common = common->mParent;
-    }
-    return common;
-}
-
-Imath::M44d worldMatrix(const aiNode* node)
-{
-    Imath::M44d world;
-    for (; node; node = node->mParent)
-        world = world * toImath(node->mTransformation);
-    return world;
-}
-
-ZentoCore::Skeleton loadAssimpSkeleton(const std::string& file, std::string* error)
-{
-    Assimp::Importer importer;
-    const aiScene* scene = importScene(importer, file, error);
-    if (!scene)
-        return ZentoCore::Skeleton();
-
-    // The joints: bone nodes and every node between them and their common
-    // ancestor, which is the root.
-    std::vector<const aiNode*> bones;
-    for (unsigned int m = 0; m < scene->mNumMeshes; ++m)
-        for (unsigned int b = 0; b < scene->mMeshes[m]->mNumBones; ++b)
-            if (const aiNode* node = scene->mRootNode->FindNode(scene->mMeshes[m]->mBones[b]->mName))
-                bones.push_back(node);
-    const aiNode* root = bones.empty() ? scene->mRootNode : lowestCommonAncestor(bones);
-    std::unordered_set<const aiNode*> kept;
-    for (const aiNode* node : bones)
-        while (node && node != root && kept.insert(node).second)
-            node = node->mParent;
-    kept.insert(root);
-    const auto isJoint = [&](const aiNode* node) { return bones.empty() || kept.count(node) != 0; };
-
-    // Depth first, children in the file's order, so every parent comes first.
-    std::vector<Joint> joints;
-    std::vector<std::pair<const aiNode*, int>> pending{{root, -1}};
-    while (!pending.empty() && joints.size() <= ZentoCore::Skeleton::kMaxJoints) {
-        const aiNode* node = pending.back().first;
-        Joint joint;
-        joint.parent = pending.back().second;
-        pending.pop_back();
-        joint.name = node->mName.C_Str();
-        joint.id = static_cast<int>(joints.size());
-        splitMatrix(node == root ? worldMatrix(node) : toImath(node->mTransformation), joint.translation,
-                    joint.rotation, joint.scale);
-        for (unsigned int c = node->mNumChildren; c-- > 0;)
-            if (isJoint(node->mChildren[c]))
-                pending.emplace_back(node->mChildren[c], joint.id);
-        joints.push_back(std::move(joint));
-    }
-    return makeSkeleton(std::move(joints), file, error);
+    return skeletonFromJoints(std::move(joints), file, error);
 }
 
 } // namespace
 
+std::vector<std::string> skeletonExtensions()
+{
+    std::vector<std::string> extensions = {kSkeletonExtension, kUsdaExtension, kUsdExtension, kUsdcExtension};
+    extensions.insert(extensions.end(), foreignExtensions().begin(), foreignExtensions().end());
+    return extensions;
+}
+
 ZentoCore::Skeleton loadSkeleton(const std::string& file, std::string* error)
 {
     const std::string extension = fileExtension(file);
-    if (extension == ".zentoskel")
+    if (extension == kSkeletonExtension)
         return loadZentoSkeleton(file, error);
-    if (extension == ".usda")
+    if (extension == kUsdaExtension)
         return loadUsdaSkeleton(file, error);
-    if (extension == ".usd" || extension == ".usdc") {
+    if (extension == kUsdExtension || extension == kUsdcExtension) {
         setError(error, cannotRead(file, "binary USD files are not supported; save the skeleton as .usda (USD's text form)"));
         return ZentoCore::Skeleton();
     }
-    return loadAssimpSkeleton(file, error);
+    ZentoCore::Skeleton skeleton;
+    importForeign(file, ForeignKind::Skeleton,
+                  [&](const std::string& converted, std::string* reason) {
+                      skeleton = loadZentoSkeleton(converted, reason);
+                      return skeleton.numJoints() > 0;
+                  },
+                  error);
+    return skeleton;
 }
 
-bool saveSkeleton(const ZentoCore::Skeleton& skeleton, const std::string& file, std::string* error)
+bool saveSkeleton(const ZentoCore::Skeleton& skeleton, const std::string& file, std::string* error,
+                  ZentoCore::Archive::Sync sync)
 {
     ZentoCore::ArrayMetadata list;
     for (const Joint& joint : skeleton.joints()) {
@@ -239,7 +190,7 @@ bool saveSkeleton(const ZentoCore::Skeleton& skeleton, const std::string& file, 
     }
     ZentoCore::MapMetadata root;
     root.insertEntry(kJointsKey, std::make_shared<ZentoCore::ArrayMetadata>(std::move(list)));
-    return writeArchiveMap(root, file, error);
+    return writeArchiveMap(root, file, error, sync);
 }
 
 } // namespace Zento

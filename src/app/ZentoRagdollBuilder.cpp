@@ -450,8 +450,9 @@ void ZentoRagdollBuilder::showImport(const std::vector<std::string>& paths, cons
 
 void ZentoRagdollBuilder::loadSkeleton()
 {
-    const QString file = askExistingFile(tr("Open Zento Skeleton"),
-                                         tr("Zento Skeleton (*.zentoskel *.fbx *.usd *.usdc *.usda)"));
+    const QString file = askExistingFile(
+        tr("Open Zento Skeleton"),
+        tr("Zento Skeleton (%1)").arg(QString::fromStdString(CharacterImport::skeletonFilePatterns())));
     if (file.isEmpty())
         return;
     std::string error;
@@ -460,7 +461,8 @@ void ZentoRagdollBuilder::loadSkeleton()
 
 void ZentoRagdollBuilder::loadMesh()
 {
-    const QString file = askExistingFile(tr("Open Zento Mesh"), tr("Zento Mesh (*.geos *.fbx)"));
+    const QString file = askExistingFile(
+        tr("Open Zento Mesh"), tr("Zento Mesh (%1)").arg(QString::fromStdString(CharacterImport::meshFilePatterns())));
     if (file.isEmpty())
         return;
     std::string error;

@@ -137,6 +137,14 @@ std::string importMeshChildren(const MapMetadata& children, const NodePath& pare
     return std::string();
 }
 
+std::string patternsOf(const std::vector<std::string>& extensions)
+{
+    std::string patterns;
+    for (const std::string& extension : extensions)
+        patterns += (patterns.empty() ? "*" : " *") + extension;
+    return patterns;
+}
+
 // Adds the nodes once all are made, so a refused file leaves the scene as it was.
 std::vector<std::string> addAll(ZentoSceneGraph& graph, const std::vector<NewNode>& nodes,
                                 std::vector<std::string>& names, const std::string& file, const std::string& problem,
@@ -184,6 +192,16 @@ std::vector<std::string> loadMesh(ZentoSceneGraph& graph, const std::string& fil
     if (const auto children = tree->typedEntryAs<MapMetadata>(Zento::kMeshChildrenKey))
         problem = importMeshChildren(*children, root, &topNames, nodes, names);
     return addAll(graph, nodes, names, file, problem, error);
+}
+
+std::string skeletonFilePatterns()
+{
+    return patternsOf(Zento::skeletonExtensions());
+}
+
+std::string meshFilePatterns()
+{
+    return patternsOf(Zento::meshExtensions());
 }
 
 } // namespace CharacterImport

@@ -24,4 +24,8 @@ namespace CharacterImport {
 std::vector<std::string> loadSkeleton(ZentoSceneGraph& graph, const std::string& file, std::string* error = nullptr);
 std::vector<std::string> loadMesh(ZentoSceneGraph& graph, const std::string& file, std::string* error = nullptr);
 
+// The files that each reads, as the patterns of a file dialog's filter: "*.zentoskel *.usda ...".
+std::string skeletonFilePatterns();
+std::string meshFilePatterns();
+
 } // namespace CharacterImport

@@ -11,6 +11,12 @@
 
 #include <gtest/gtest.h>
 
+#include <Imath/ImathBox.h>
+
+#include <assimp/Importer.hpp>
+#include <assimp/config.h>
+#include <assimp/scene.h>
+
 #include <algorithm>
 
 using namespace ZentoCore;
@@ -273,4 +279,130 @@ TEST(CharacterImport, DeepChainsAndWideSkeletonsInLinearTime)
     ASSERT_EQ(root->children.size(), kSiblings);
     EXPECT_EQ(root->children.back()->path.name(), "Leaf" + std::to_string(kSiblings - 1));
     EXPECT_EQ(graph.removeNodes(graph.nodePaths()).size(), kDeepest + kSiblings + 3);
+}
+
+TEST(CharacterImport, AFileThatTheImporterStopsOnLeavesTheSceneAndTheProgramGoesOn)
+{
+    TemporaryDirectory dir;
+    // A byte changed inside the compressed data of a zipped Collada file:
+    // Assimp's zip reader aborts on it. The data starts after the first entry's
+    // local header: 30 bytes, its name and its extra field.
+    std::string zae = readFileBytes("/usr/share/assimp/models/Collada/duck.zae");
+    ASSERT_GT(zae.size(), 2000u);
+    const auto field = [&](size_t at) { return size_t(uint8_t(zae[at])) | size_t(uint8_t(zae[at + 1])) << 8; };
+    zae[30 + field(26) + field(28) + 1000] ^= 0x55;
+    dir.write("damaged.zae", zae);
+    // An MD5 mesh cut short after its "numtris" line: Assimp's parser crashes on it.
+    const std::string md5 = readFileBytes("/usr/share/assimp/models/MD5/SimpleCube.md5mesh");
+    const size_t numtris = md5.find("numtris");
+    ASSERT_NE(numtris, std::string::npos);
+    dir.write("cut.md5mesh", md5.substr(0, md5.find('\n', numtris) + 1));
+
+    ZentoSceneGraph graph;
+    graph.createSolver();
+    ASSERT_FALSE(CharacterImport::loadSkeleton(graph, kBvh).empty());
+    const SceneState before = capture(graph);
+    for (const std::string name : {"damaged.zae", "cut.md5mesh"}) {
+        for (const bool asSkeleton : {true, false}) {
+            std::string error;
+            const std::vector<std::string> names = asSkeleton
+                ? CharacterImport::loadSkeleton(graph, dir.file(name), &error)
+                : CharacterImport::loadMesh(graph, dir.file(name), &error);
+            EXPECT_TRUE(names.empty()) << name;
+            EXPECT_NE(error.find(dir.file(name)), std::string::npos) << error;
+            EXPECT_NE(error.find("importer stopped"), std::string::npos) << error;
+            expectSameScene(before, capture(graph), name, true, 0.0);
+        }
+    }
+    // The undamaged files come in beside what is there.
+    EXPECT_FALSE(CharacterImport::loadMesh(graph, "/usr/share/assimp/models/Collada/duck.zae").empty());
+    EXPECT_FALSE(CharacterImport::loadMesh(graph, "/usr/share/assimp/models/MD5/SimpleCube.md5mesh").empty());
+}
+
+namespace {
+
+Imath::M44d rowVectorMatrix(const aiMatrix4x4& m)
+{
+    return Imath::M44d(m.a1, m.b1, m.c1, m.d1, m.a2, m.b2, m.c2, m.d2, m.a3, m.b3, m.c3, m.d3, m.a4, m.b4, m.c4, m.d4);
+}
+
+// The first node of the class with that short name.
+std::shared_ptr<BaseNode> nodeNamed(const ZentoSceneGraph& graph, int typeId, const std::string& name)
+{
+    for (const auto& entry : graph.nodes)
+        if (entry.second->typeId() == typeId && entry.first.name() == name)
+            return entry.second;
+    return nullptr;
+}
+
+} // namespace
+
+TEST(CharacterImport, SkinsStandAtTheirBindPoseOnTheirSkeletons)
+{
+    // Each skinned vertex belongs where Assimp's own data put it: the sum over
+    // its bones of weight times the vertex times the bone's offset matrix times
+    // the world matrix of that bone's joint as the skeleton import made it,
+    // over the sum of the weights (which in the FBX files is 0.95 to 1.4).
+    for (const std::string model : {"X/BCN_Epileptic.X", "X/Testwuson.X", "Collada/box_nested_animation.dae",
+                                     "glTF2/simple_skin/simple_skin.gltf", "FBX/animation_with_skeleton.fbx",
+                                     "MD5/SimpleCube.md5mesh"}) {
+        const std::string file = "/usr/share/assimp/models/" + model;
+        ZentoSceneGraph graph;
+        std::string error;
+        ASSERT_FALSE(CharacterImport::loadSkeleton(graph, file, &error).empty()) << error;
+        ASSERT_FALSE(CharacterImport::loadMesh(graph, file, &error).empty()) << error;
+        Assimp::Importer importer;
+        importer.SetPropertyBool(AI_CONFIG_IMPORT_FBX_PRESERVE_PIVOTS, false);
+        const aiScene* scene = importer.ReadFile(file, 0);
+        ASSERT_NE(scene, nullptr) << model;
+
+        std::vector<Imath::V3d> expected, actual;
+        std::vector<const aiNode*> pending{scene->mRootNode};
+        while (!pending.empty()) {
+            const aiNode* node = pending.back();
+            pending.pop_back();
+            pending.insert(pending.end(), node->mChildren, node->mChildren + node->mNumChildren);
+            if (node->mNumMeshes == 0)
+                continue;
+            const auto meshNode = nodeNamed(graph, MeshNode::kTypeId, node->mName.C_Str());
+            ASSERT_NE(meshNode, nullptr) << model << ": " << node->mName.C_Str();
+            const ZentoUtils::Mesh geo = meshOf(*meshNode);
+            const Imath::M44d world = meshNode->worldMatrix();
+            // A node's meshes stand one after the other in its one mesh.
+            size_t first = 0;
+            for (unsigned int m = 0; m < node->mNumMeshes; first += scene->mMeshes[node->mMeshes[m]]->mNumVertices, ++m) {
+                const aiMesh& mesh = *scene->mMeshes[node->mMeshes[m]];
+                std::vector<Imath::V3d> sums(mesh.mNumVertices, Imath::V3d(0.0));
+                std::vector<double> weights(mesh.mNumVertices, 0.0);
+                for (unsigned int b = 0; b < mesh.mNumBones; ++b) {
+                    const aiBone& bone = *mesh.mBones[b];
+                    const auto joint = nodeNamed(graph, JointNode::kTypeId, bone.mName.C_Str());
+                    ASSERT_NE(joint, nullptr) << model << ": " << bone.mName.C_Str();
+                    const Imath::M44d bind = rowVectorMatrix(bone.mOffsetMatrix) * joint->worldMatrix();
+                    for (unsigned int w = 0; w < bone.mNumWeights; ++w) {
+                        const aiVertexWeight& weight = bone.mWeights[w];
+                        const aiVector3D& v = mesh.mVertices[weight.mVertexId];
+                        sums[weight.mVertexId] += double(weight.mWeight) * (Imath::V3d(v.x, v.y, v.z) * bind);
+                        weights[weight.mVertexId] += weight.mWeight;
+                    }
+                }
+                ASSERT_LE(first + mesh.mNumVertices, geo.points.size()) << model;
+                for (unsigned int v = 0; v < mesh.mNumVertices; ++v) {
+                    if (weights[v] == 0.0)
+                        continue;
+                    expected.push_back(sums[v] / weights[v]);
+                    actual.push_back(Imath::V3d(geo.points[first + v]) * world);
+                }
+            }
+        }
+        ASSERT_FALSE(expected.empty()) << model << " has no skinned vertex";
+        Imath::Box3d box;
+        for (const Imath::V3d& point : expected)
+            box.extendBy(point);
+        const double tolerance = 1e-4 * (box.max - box.min).length();
+        double worst = 0.0;
+        for (size_t i = 0; i < expected.size(); ++i)
+            worst = std::max(worst, (actual[i] - expected[i]).length());
+        EXPECT_LE(worst, tolerance) << model << ": " << expected.size() << " skinned vertices";
+    }
 }

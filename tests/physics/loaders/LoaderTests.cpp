@@ -1,4 +1,5 @@
 #include "ArrayMetadata.h"
+#include "ImporterProcess.h"
 #include "MeshLoader.h"
 #include "SkeletonLoader.h"
 #include "TemporaryDirectory.h"
@@ -9,11 +10,19 @@
 
 #include <Imath/ImathBox.h>
 
+#include <assimp/Importer.hpp>
+
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <map>
+#include <memory>
+#include <set>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace ZentoCore;
@@ -242,7 +251,7 @@ TEST(Skeleton, LinksFollowTheJointsThroughCopies)
     EXPECT_FALSE(copy.setJoints(joints));
 }
 
-TEST(MeshImport, SkinnedGltfMeshInItsNodesSpace)
+TEST(MeshImport, SkinnedGltfMeshAtItsBindPose)
 {
     std::string error;
     const auto tree = Zento::loadMesh(kModels + "glTF2/simple_skin/simple_skin.gltf", "*", &error);
@@ -255,12 +264,14 @@ TEST(MeshImport, SkinnedGltfMeshInItsNodesSpace)
     ASSERT_NE(geo, nullptr);
     EXPECT_TRUE(geo->get().isValid());
     // By hand from the file: the indices accessor has "count" : 24, eight
-    // triangles; the positions accessor "min" : [0.0, 0.0, 0.0], "max" : [1.0, 2.0, 0.0].
+    // triangles; the positions accessor "min" : [0.0, 0.0, 0.0], "max" : [1.0,
+    // 2.0, 0.0]. Both joints' inverse bind matrices move by (-0.5, -1, 0) and
+    // both joints stand at (0, 1, 0): the skin was bound half a unit to the left.
     EXPECT_EQ(triangleCount(geo->get()), 8);
     EXPECT_EQ(geo->get().counts, std::vector<int>(8, 3));
     EXPECT_EQ(geo->get().points.size(), 10u);
-    EXPECT_EQ(boundsOf(geo->get()).min, Imath::V3f(0, 0, 0));
-    EXPECT_EQ(boundsOf(geo->get()).max, Imath::V3f(1, 2, 0));
+    EXPECT_EQ(boundsOf(geo->get()).min, Imath::V3f(-0.5, 0, 0));
+    EXPECT_EQ(boundsOf(geo->get()).max, Imath::V3f(0.5, 2, 0));
 
     const auto joint = childOf(*node, "nodes[1]");
     ASSERT_NE(joint, nullptr);
@@ -640,4 +651,67 @@ TEST(UsdaSkeleton, EveryCutAndDamageOfTheTextIsSafe)
             }
         }
     }
+}
+
+TEST(ImporterProcess, AChildAnswersStopsOrIsStoppedAndTheNextFileStartsAnother)
+{
+    // The importer itself refuses a file that is not there, and is kept for the next file.
+    TemporaryDirectory dir;
+    Zento::ImporterProcess importer({ZENTO_IMPORTER}, std::chrono::seconds(60));
+    Zento::ImporterProcess::Answer answer =
+        importer.convert(Zento::kImporterMeshKind, dir.file("missing.fbx"), dir.file("out.geos"));
+    EXPECT_EQ(answer.kind, Zento::ImporterProcess::Answer::Refused);
+    EXPECT_NE(answer.detail.find(dir.file("missing.fbx")), std::string::npos) << answer.detail;
+    const pid_t first = importer.pid();
+    ASSERT_GT(first, 0);
+    importer.convert(Zento::kImporterSkeletonKind, dir.file("missing.fbx"), dir.file("out.zentoskel"));
+    EXPECT_EQ(importer.pid(), first) << "kept for the next file";
+    ::kill(first, SIGKILL);
+    ::waitpid(first, nullptr, 0);
+    EXPECT_EQ(importer.convert(Zento::kImporterMeshKind, dir.file("missing.fbx"), dir.file("out.geos")).kind,
+              Zento::ImporterProcess::Answer::Refused)
+        << "a child that ended between two files is started anew";
+    EXPECT_NE(importer.pid(), first);
+
+    // Stand-ins for an importer that crashes, talks nonsense or hangs.
+    const auto child = [](const std::string& script) {
+        return std::make_unique<Zento::ImporterProcess>(std::vector<std::string>{"/bin/sh", "-c", script},
+                                                        std::chrono::milliseconds(500));
+    };
+    answer = child("kill -ABRT $$")->convert(Zento::kImporterMeshKind, "in", "out");
+    EXPECT_EQ(answer.kind, Zento::ImporterProcess::Answer::Stopped);
+    EXPECT_EQ(answer.detail, ::strsignal(SIGABRT));
+    EXPECT_EQ(child("echo nonsense >&3; exec sleep 30")->convert(Zento::kImporterMeshKind, "in", "out").kind,
+              Zento::ImporterProcess::Answer::Stopped);
+    const auto start = std::chrono::steady_clock::now();
+    auto hanging = child("exec sleep 30");
+    EXPECT_EQ(hanging->convert(Zento::kImporterMeshKind, "in", "out").kind, Zento::ImporterProcess::Answer::TimedOut);
+    EXPECT_EQ(hanging->pid(), -1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << "killed at its time limit";
+    answer = Zento::ImporterProcess({"/nonexistent/importer"}, std::chrono::milliseconds(500))
+                 .convert(Zento::kImporterMeshKind, "in", "out");
+    EXPECT_EQ(answer.kind, Zento::ImporterProcess::Answer::NotStarted);
+    EXPECT_EQ(answer.detail, std::strerror(ENOENT));
+}
+
+TEST(ImporterProcess, ReadsEveryFormatThatAssimpReads)
+{
+    Assimp::Importer importer;
+    std::string list;
+    importer.GetExtensionList(list);
+    std::set<std::string> assimp;
+    for (size_t start = 0; start < list.size();) {
+        const size_t end = std::min(list.find(';', start), list.size());
+        assimp.insert(list.substr(start + 1, end - start - 1)); // "*.fbx" without its "*"
+        start = end + 1;
+    }
+    const std::vector<std::string>& foreign = Zento::foreignExtensions();
+    EXPECT_EQ(std::set<std::string>(foreign.begin(), foreign.end()), assimp);
+    const std::vector<std::string> skeletons = Zento::skeletonExtensions();
+    const std::vector<std::string> meshes = Zento::meshExtensions();
+    for (const std::string ours : {".zentoskel", ".usda", ".usd", ".usdc"})
+        EXPECT_NE(std::find(skeletons.begin(), skeletons.end(), ours), skeletons.end()) << ours;
+    EXPECT_EQ(meshes.front(), ".geos");
+    EXPECT_EQ(skeletons.size(), assimp.size() + 4);
+    EXPECT_EQ(meshes.size(), assimp.size() + 1);
 }
