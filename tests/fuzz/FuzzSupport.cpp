@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <set>
 #include <unistd.h>
 
 namespace FuzzSupport {
@@ -92,7 +93,14 @@ void useScene(ZentoSceneGraph& graph)
 
 std::string temporaryFile(const std::string& extension)
 {
-    return "/dev/shm/zento-fuzz-" + std::to_string(::getpid()) + extension;
+    // Removed when the run ends, as libFuzzer ends it after its time.
+    static std::set<std::string> files;
+    if (files.empty())
+        std::atexit([] {
+            for (const std::string& file : files)
+                ::unlink(file.c_str());
+        });
+    return *files.insert("/dev/shm/zento-fuzz-" + std::to_string(::getpid()) + extension).first;
 }
 
 std::string payloadFile(const uint8_t* data, size_t size, const std::string& extension)
