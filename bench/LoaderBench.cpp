@@ -194,7 +194,7 @@ int main()
         return 1;
     const std::string obj = std::string(pattern) + "/grid.obj";
     writeGridObj(obj);
-    compare("200k-triangle OBJ", obj, pattern, 5);
+    compare("200k-triangle OBJ", obj, pattern, 9);
     compare("largest skinned file", largestSkinned("/usr/share/assimp/models"), pattern, 9);
 
     // The longest chain a skeleton file holds is read, and refused by the

@@ -2,7 +2,9 @@
 
 #include <Imath/ImathMatrixAlgo.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace ZentoCore {
 
@@ -34,6 +36,25 @@ bool extractShearRotationTranslation(const Imath::Matrix44<T>& m, Imath::Vec3<T>
 bool isFinite(const Imath::V3d& v)
 {
     return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+bool unitQuaternion(const Imath::Quatd& q, Imath::Quatd& unit)
+{
+    // q and unit may be one quaternion. Scaled by its largest part first, so
+    // that no square overflows or underflows; one that is a unit quaternion
+    // to the last bits stays as it is, so that files read back the same.
+    const double largest = std::max({std::fabs(q.r), std::fabs(q.v.x), std::fabs(q.v.y), std::fabs(q.v.z)});
+    if (!std::isfinite(largest) || largest == 0.0) {
+        unit = Imath::Quatd();
+        return false;
+    }
+    const Imath::Quatd scaled(q.r / largest, q.v / largest);
+    const double length = scaled.length() * largest;
+    if (std::fabs(length - 1.0) > 4.0 * std::numeric_limits<double>::epsilon())
+        unit = scaled.normalized();
+    else
+        unit = q;
+    return true;
 }
 
 bool isFinite(const Imath::M44d& m)

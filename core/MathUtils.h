@@ -12,6 +12,11 @@ namespace ZentoCore {
 bool isFinite(const Imath::V3d& v);
 bool isFinite(const Imath::M44d& m);
 
+// The unit quaternion of q's rotation, in unit; false, with unit the
+// identity, for a q that is no rotation: zero, or not finite. Safe for any
+// magnitude, where Imath's normalized() overflows or underflows.
+bool unitQuaternion(const Imath::Quatd& q, Imath::Quatd& unit);
+
 // The inverse; the identity for a singular matrix.
 Imath::M44d matrixInverse(const Imath::M44d& m);
 Imath::M44f matrixInverse(const Imath::M44f& m);

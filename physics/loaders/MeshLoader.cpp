@@ -18,8 +18,10 @@ Imath::M44d localMatrix(const MapMetadata& tree)
     Imath::M44d local;
     if (const auto scale = tree.typedEntry<Imath::V3d>(kMeshScaleKey))
         local.setScale(scale->get());
+    Imath::Quatd unit;
     if (const auto rotation = tree.typedEntry<Imath::Quatd>(kMeshRotationKey))
-        local *= rotation->get().normalized().toMatrix44();
+        if (ZentoCore::unitQuaternion(rotation->get(), unit))
+            local *= unit.toMatrix44();
     if (const auto translation = tree.typedEntry<Imath::V3d>(kMeshTranslationKey)) {
         Imath::M44d moving;
         moving.setTranslation(translation->get());
@@ -34,23 +36,34 @@ Imath::M44d localMatrix(const MapMetadata& tree)
 std::string treeProblem(const MapMetadata& tree, int level, const Imath::M44d& parentWorld, const std::string& name)
 {
     const std::string named = name.empty() ? std::string("the file's top") : "the node \"" + name + "\"";
+    const auto children = tree.typedEntryAs<MapMetadata>(kMeshChildrenKey);
+    // Every value is finite: the node's own here, its children's below, and
+    // whatever else the tree holds, which the scene keeps with the mesh.
     for (const auto& entry : tree)
-        if (entry.first != kMeshChildrenKey && entry.second && !entry.second->isFinite())
+        if (entry.second && entry.second != children && !entry.second->isFinite())
             return named + " holds a number that is not finite";
+    Imath::Quatd unit;
+    const auto rotation = tree.typedEntry<Imath::Quatd>(kMeshRotationKey);
+    if (rotation && !ZentoCore::unitQuaternion(rotation->get(), unit))
+        return named + " has a rotation that is no rotation: its quaternion is zero";
     const Imath::M44d world = localMatrix(tree) * parentWorld;
     if (!ZentoCore::isFinite(world))
         return named + " lies too far away: its world matrix overflows";
     const auto geo = tree.typedEntry<Mesh>(kMeshGeoKey);
     if (geo && !geo->get().isValid())
         return named + " holds a mesh whose faces do not fit its points";
-    const auto children = tree.typedEntryAs<MapMetadata>(kMeshChildrenKey);
     if (!children)
         return std::string();
     if (level >= kMaxMeshDepth && !children->empty())
         return "its nodes nest deeper than " + std::to_string(kMaxMeshDepth) + " levels";
     for (const auto& child : *children) {
-        if (!child.second || child.second->typeId() != MapMetadata::staticTypeId())
+        if (!child.second)
             continue;
+        if (child.second->typeId() != MapMetadata::staticTypeId()) {
+            if (!child.second->isFinite())
+                return "the child \"" + child.first + "\" of " + named + " holds a number that is not finite";
+            continue;
+        }
         const std::string problem =
             treeProblem(static_cast<const MapMetadata&>(*child.second), level + 1, world, child.first);
         if (!problem.empty())

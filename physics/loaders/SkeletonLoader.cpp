@@ -28,11 +28,6 @@ constexpr const char* kRotationKey = "rotation";
 constexpr const char* kScaleKey = "scale";
 constexpr const char* kIdKey = "id";
 
-bool isFinite(const Imath::Quatd& q)
-{
-    return std::isfinite(q.r) && ZentoCore::isFinite(q.v);
-}
-
 // Why a scene could not hold the joints' poses: a number that is not finite,
 // or a world matrix that overflows; the empty text when it can. Parents come
 // first, so each world matrix is the local one times the parent's.
@@ -41,7 +36,7 @@ std::string poseProblem(const std::vector<Joint>& joints)
     std::vector<Imath::M44d> worlds(joints.size());
     for (size_t index = 0; index < joints.size(); ++index) {
         const Joint& joint = joints[index];
-        if (!ZentoCore::isFinite(joint.translation) || !isFinite(joint.rotation) || !ZentoCore::isFinite(joint.scale))
+        if (!ZentoCore::isFinite(joint.translation) || !ZentoCore::isFinite(joint.scale))
             return "the pose of the joint \"" + joint.name + "\" holds a number that is not finite";
         worlds[index] = joint.localMatrix();
         if (joint.parent >= 0)
@@ -67,8 +62,14 @@ ZentoCore::Skeleton skeletonFromJoints(std::vector<Joint> joints, const std::str
         return skeleton;
     }
     std::unordered_map<int, ZentoCore::UniqueNames> namesByParent;
-    for (Joint& joint : joints)
+    for (Joint& joint : joints) {
         joint.name = namesByParent[joint.parent].claim(pathElementName(joint.name, "joint"));
+        if (!ZentoCore::unitQuaternion(joint.rotation, joint.rotation)) {
+            setError(error, cannotRead(file, "the rotation of the joint \"" + joint.name
+                                                 + "\" is no rotation: its quaternion is zero or not finite"));
+            return skeleton;
+        }
+    }
     if (!skeleton.setJoints(std::move(joints))) {
         setError(error, cannotRead(file, "a joint's parent does not come before it"));
         return skeleton;

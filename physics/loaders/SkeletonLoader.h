@@ -32,7 +32,8 @@ ZentoCore::Skeleton loadSkeleton(const std::string& file, std::string* error = n
 
 // What every reader does with the joints it found, parents before their
 // children: names fit for node paths ("/" and control characters become "_")
-// and unique among siblings, the links, then the check of the poses. An empty
+// and unique among siblings, rotations as unit quaternions, the links, then
+// the check of the poses. An empty
 // skeleton, with the reason naming file in error, when they cannot be held.
 ZentoCore::Skeleton skeletonFromJoints(std::vector<ZentoCore::Joint> joints, const std::string& file,
                                        std::string* error);

@@ -2,6 +2,7 @@
 
 #include "JointNode.h"
 #include "LoaderFiles.h"
+#include "MathUtils.h"
 #include "MeshLoader.h"
 #include "MeshNode.h"
 #include "SkeletonLoader.h"
@@ -22,10 +23,13 @@ constexpr const char* kSkinPath = "/Skin";
 // held to the length that file systems allow, which no real character reaches.
 constexpr size_t kMaxPathLength = 4096;
 
+// The readers refuse quaternions that are no rotation; the others need not be unit ones.
 Imath::Eulerd eulerOf(const Imath::Quatd& rotation)
 {
+    Imath::Quatd unit;
+    ZentoCore::unitQuaternion(rotation, unit);
     Imath::Eulerd euler; // XYZ
-    euler.extract(rotation.toMatrix33());
+    euler.extract(unit.toMatrix33());
     return euler;
 }
 

@@ -22,19 +22,6 @@ std::vector<unsigned char> readBytes(const std::string& path)
     return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes)
-{
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-std::vector<unsigned char> payloadOf(const MapMetadata& map)
-{
-    Archive archive(map.memSize(), 0);
-    archive << map;
-    return std::vector<unsigned char>(archive.data(), archive.data() + archive.size());
-}
-
 // Reads a bare payload; the map must be empty whenever the read fails.
 bool readPayload(const std::vector<unsigned char>& bytes, MapMetadata& map)
 {
@@ -322,7 +309,8 @@ TEST(ArchiveSave, KeepsThePermissionsOfTheFileItReplaces)
 // Writes the seed corpus of the archive fuzzer: valid files and payloads.
 TEST(ArchiveFuzzSeeds, WriteCorpus)
 {
-    const std::string corpus = ZENTO_FUZZ_CORPUS_DIR;
+    const std::string corpus = std::string(ZENTO_FUZZ_CORPUS_DIR) + "/archive";
+    ::mkdir(ZENTO_FUZZ_CORPUS_DIR, 0755);
     ::mkdir(corpus.c_str(), 0755);
     int index = 0;
     for (const MapMetadata& map : {makeMapOfEveryType(), makeNestedMap(), MapMetadata()}) {

@@ -7,6 +7,7 @@
 #include <Imath/ImathQuat.h>
 
 #include <cmath>
+#include <fstream>
 #include <limits>
 
 using namespace ZentoCore;
@@ -185,4 +186,17 @@ void expectEveryValueDiffers(const MapMetadata& changed, const MapMetadata& orig
             EXPECT_FALSE(value->isEqual(other.get(), 0.0)) << key;
         }
     }
+}
+
+std::vector<unsigned char> payloadOf(const ZentoCore::MapMetadata& map)
+{
+    ZentoCore::Archive archive(map.memSize(), 0);
+    archive << map;
+    return std::vector<unsigned char>(archive.data(), archive.data() + archive.size());
+}
+
+void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }

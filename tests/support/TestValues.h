@@ -7,6 +7,7 @@
 #include <Imath/ImathBox.h>
 
 #include <string>
+#include <vector>
 
 // A mesh of two faces, a triangle and a quad, with normals and uvs.
 ZentoUtils::Mesh makeTestMesh();
@@ -25,6 +26,11 @@ bool writeArchive(const ZentoCore::MapMetadata& map, const std::string& path);
 
 // The map of an archive file; empty when it cannot be read.
 ZentoCore::MapMetadata readArchive(const std::string& path);
+
+// The payload of an archive of the map: its bytes without the file's header,
+// as the fuzzers take them.
+std::vector<unsigned char> payloadOf(const ZentoCore::MapMetadata& map);
+void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes);
 
 // Gives every value of the map, nested ones included, another value of its
 // type that survives the trip through a float: doubles halved and moved by

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -452,6 +453,10 @@ TEST(LoaderFailures, WellFormedArchivesWithWrongContentFail)
     infiniteScale.set("scale", Imath::V3d(1, -inf, 1));
     MapMetadata infiniteTurn = jointMap(-1, true);
     infiniteTurn.set("rotation", Imath::Quatd(1, 0, inf, 0));
+    MapMetadata noTurn = jointMap(-1, true);
+    noTurn.set("rotation", Imath::Quatd(0, 0, 0, 0));
+    MapMetadata hugeTurn = jointMap(-1, true);
+    hugeTurn.set("rotation", Imath::Quatd(1e300, 0, 0, 1e300));
     MapMetadata huge = jointMap(-1, true);
     huge.set("scale", Imath::V3d(1e200, 1, 1));
     MapMetadata hugeChild = jointMap(0, true);
@@ -459,10 +464,13 @@ TEST(LoaderFailures, WellFormedArchivesWithWrongContentFail)
     saveMap(skeletonMap({infiniteScale}), "infiniteScale.zentoskel");
     saveMap(skeletonMap({jointMap(-1, true), infiniteTurn}), "infiniteTurn.zentoskel");
     saveMap(skeletonMap({huge, hugeChild}), "overflow.zentoskel");
-    saveMap(skeletonMap({huge}), "hugeAlone.zentoskel");
-    EXPECT_EQ(Zento::loadSkeleton(dir.file("hugeAlone.zentoskel")).numJoints(), 1) << "a huge scale alone is finite";
-    for (const std::string name :
-         {"wrongType", "ownParent", "missingParent", "noJoints", "infiniteScale", "infiniteTurn", "overflow"}) {
+    saveMap(skeletonMap({huge, hugeTurn}), "huge.zentoskel");
+    saveMap(skeletonMap({noTurn}), "noTurn.zentoskel");
+    const Skeleton huger = Zento::loadSkeleton(dir.file("huge.zentoskel"));
+    ASSERT_EQ(huger.numJoints(), 2) << "a huge scale alone is finite, and so is a huge quaternion's turn";
+    EXPECT_TRUE(huger.joint(1).rotation.v.equalWithAbsError(Imath::V3d(0, 0, std::sqrt(0.5)), 1e-15));
+    for (const std::string name : {"wrongType", "ownParent", "missingParent", "noJoints", "infiniteScale",
+                                   "infiniteTurn", "noTurn", "overflow"}) {
         std::string error;
         EXPECT_EQ(Zento::loadSkeleton(dir.file(name + ".zentoskel"), &error).numJoints(), 0) << name;
         EXPECT_NE(error.find(dir.file(name + ".zentoskel")), std::string::npos) << error;
@@ -500,8 +508,19 @@ TEST(LoaderFailures, WellFormedArchivesWithWrongContentFail)
     MapMetadata overflow;
     overflow.addEntry(Zento::kMeshChildrenKey, &farther);
     saveMap(overflow, "overflow.geos");
-    for (const auto& [name, word] : std::map<std::string, std::string>{
-             {"broken.geos", "no readable values"}, {"infinite.geos", "not finite"}, {"overflow.geos", "overflows"}}) {
+    // Found by the mesh fuzzer: a number that is not finite where a node's
+    // children belong, which the scene then kept and could not open again.
+    MapMetadata hidden;
+    hidden.set(Zento::kMeshChildrenKey, std::numeric_limits<double>::quiet_NaN());
+    MapMetadata hiding;
+    hiding.addEntry("hidden", &hidden);
+    MapMetadata hidingTree;
+    hidingTree.addEntry(Zento::kMeshChildrenKey, &hiding);
+    saveMap(hidingTree, "hidden.geos");
+    for (const auto& [name, word] : std::map<std::string, std::string>{{"broken.geos", "no readable values"},
+                                                                        {"infinite.geos", "not finite"},
+                                                                        {"hidden.geos", "not finite"},
+                                                                        {"overflow.geos", "overflows"}}) {
         error.clear();
         EXPECT_TRUE(Zento::loadMesh(dir.file(name), "*", &error)->empty()) << name;
         EXPECT_NE(error.find(dir.file(name)), std::string::npos) << error;
