@@ -160,6 +160,23 @@ void setLinearLimit(D6Joint& joint, int axis, const AxisRange& range, const Line
 
 JointBuilder::JointBuilder(float sceneScale, double stepTime) : mScale(sceneScale), mStepTime(stepTime) {}
 
+bool JointBuilder::isDriven(btTypedConstraint& joint)
+{
+    if (auto* hinge = dynamic_cast<btHingeConstraint*>(&joint))
+        return hinge->getEnableAngularMotor();
+    auto* d6 = dynamic_cast<btGeneric6DofSpring2Constraint*>(&joint);
+    if (!d6)
+        return false;
+    for (int axis = 0; axis < 3; ++axis) {
+        const btTranslationalLimitMotor2& linear = *d6->getTranslationalLimitMotor();
+        const btRotationalLimitMotor2& angular = *d6->getRotationalLimitMotor(axis);
+        if (linear.m_enableSpring[axis] || linear.m_enableMotor[axis] || angular.m_enableSpring ||
+            angular.m_enableMotor)
+            return true;
+    }
+    return false;
+}
+
 std::unique_ptr<btTypedConstraint> JointBuilder::build(const Record& a, btRigidBody& parent,
                                                        const btTransform& parentFrame, btRigidBody& child,
                                                        const btTransform& childFrame) const

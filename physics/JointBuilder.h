@@ -21,6 +21,10 @@ public:
     // sub-step, over which forces turn into the impulses Bullet works with.
     JointBuilder(float sceneScale, double stepTime);
 
+    // True for a joint whose drive moves its bodies: a spring toward a pose
+    // or a motor toward a velocity.
+    static bool isDriven(btTypedConstraint& joint);
+
     // Null for a type that names no joint.
     std::unique_ptr<btTypedConstraint> build(const RigidBodyConstraintAttributes& record, btRigidBody& parent,
                                              const btTransform& parentFrame, btRigidBody& child,

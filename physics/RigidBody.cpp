@@ -36,4 +36,9 @@ Imath::M44f RigidBody::frameInBody(const Imath::M44f& world) const
     return world * ZentoCore::matrixInverse(poseMatrix());
 }
 
+bool RigidBody::isAsleep() const
+{
+    return mBody && mBody->getActivationState() == ISLAND_SLEEPING;
+}
+
 } // namespace Zento

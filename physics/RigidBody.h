@@ -36,6 +36,8 @@ public:
     Imath::M44f frameInBody(const Imath::M44f& world) const;
 
     bool isSimulated() const { return mBody != nullptr; }
+    // True while the engine keeps the body still: asleep, until something wakes it.
+    bool isAsleep() const;
 
 private:
     friend class ZentoPhysx;

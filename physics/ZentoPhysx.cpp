@@ -2,9 +2,10 @@
 
 #include "BulletConversions.h"
 #include "DistanceConstraint.h"
+#include "DragSpring.h"
 #include "JointBuilder.h"
+#include "JointSolver.h"
 
-#include <BulletDynamics/ConstraintSolver/btNNCGConstraintSolver.h>
 #include <btBulletDynamicsCommon.h>
 
 #include <Imath/ImathMatrixAlgo.h>
@@ -25,6 +26,25 @@ constexpr float kMinimumSize = 1e-4f;
 constexpr float kBoxMargin = 0.04f;
 // Contact points are drawn as their normal of this length, in metres.
 constexpr float kContactNormalLength = 0.1f;
+
+// Bullet's iterations for each of a body's "solverIteratorCount": its
+// sequential impulses converge more slowly than PhysX's solver, and with
+// fewer, a ragdoll's joints push its light toes and fingers through the
+// ground.
+constexpr int kIterationsPerCount = 4;
+// "TGS" runs this many sub-steps for each of "PGS", with as many times fewer
+// solver iterations each: the temporal trade-off of more, smaller steps.
+constexpr unsigned int kTemporalSubSteps = 4;
+// A hand's drag is a critically damped spring of this frequency, in radians
+// per second, for the mass it pulls; the joints of what it pulls iterate
+// this often a step, so that they hold against it.
+constexpr double kDragFrequency = 15.0;
+constexpr int kDragJointIterations = 64;
+// A body whose kinetic energy is this many times its sleep threshold is on
+// the move, not jittering in place.
+constexpr btScalar kMovingEnergies = 100;
+// A joint's own iteration count that stands for the world's.
+constexpr int kWorldIterations = -1;
 
 // The rigid part of a row-vector matrix, its translation in metres; empty
 // when the matrix has no finite rotation.
@@ -48,6 +68,8 @@ struct Shape {
     float volume = 0.0f;
     // The smallest width across the shape.
     float thickness = 0.0f;
+    // The radius it rolls on: a sphere's or a capsule's; 0 for a shape that does not roll.
+    float radius = 0.0f;
 };
 
 // The shape of the record at its world scale, in metres; empty for a mesh
@@ -74,6 +96,7 @@ std::optional<Shape> makeShape(const RigidBodyAttributes& a, float scale)
         made.shape = std::make_unique<btSphereShape>(radius);
         made.volume = 4.0f / 3.0f * float(M_PI) * radius * radius * radius;
         made.thickness = 2.0f * radius;
+        made.radius = radius;
         break;
     }
     case Attributes::Box: {
@@ -98,6 +121,7 @@ std::optional<Shape> makeShape(const RigidBodyAttributes& a, float scale)
             made.shape = std::make_unique<btCapsuleShapeZ>(radius, height);
         made.volume = float(M_PI) * radius * radius * (height + 4.0f / 3.0f * radius);
         made.thickness = 2.0f * radius;
+        made.radius = radius;
         break;
     }
     default:
@@ -148,8 +172,15 @@ struct ZentoPhysx::Settings {
     double fps = 25.0;
     float sceneScale = 1.0f;
 
-    unsigned int steps() const { return std::clamp(subSamples, 1u, kMaxSubSamples); }
+    unsigned int steps() const { return std::clamp(subSamples, 1u, kMaxSubSamples) * temporalFactor(); }
     double stepTime() const { return 1.0 / fps / steps(); }
+    // Bullet's iterations of one sub-step for a body that asks for these.
+    int iterationsPerStep(int iterations) const
+    {
+        const int factor = static_cast<int>(temporalFactor());
+        return std::max(1, (kIterationsPerCount * iterations + factor - 1) / factor);
+    }
+    unsigned int temporalFactor() const { return solverType == TGS ? kTemporalSubSteps : 1u; }
 };
 
 struct ZentoPhysx::Actor {
@@ -161,6 +192,14 @@ struct ZentoPhysx::Actor {
     bool selfCollision = true;
     int solverIterations = 0;
     float maxAngularVelocity = 0.0f;
+    // Kinetic energy per kilogram below which the body may sleep, in J/kg,
+    // and how long it must stay below, in seconds.
+    btScalar sleepEnergy = 0;
+    btScalar wakeCounter = 0;
+    // The body's motion over the current span of the wake counter: its
+    // velocities summed over the span's sub-steps, in metres and radians.
+    btVector3 travelled{0, 0, 0};
+    btVector3 turned{0, 0, 0};
     // The centre of mass in the body's frame.
     btTransform centreOfMass = btTransform::getIdentity();
     btTransform lastFinite = btTransform::getIdentity();
@@ -193,7 +232,14 @@ private:
 
 // PhysX combines the materials of two bodies in contact by their average,
 // Bullet by their product. The contacts of each step are given the average
-// before the solver sees them.
+// (of the rolling resistances too) before the solver sees them.
+//
+// Bullet puts a body to sleep once its speeds have stayed below thresholds
+// for two seconds; PhysX once its kinetic energy per kilogram has stayed
+// below "sleepThreshold" for "wakeCounter" seconds. Bodies here sleep as in
+// PhysX, on the energy of their velocities averaged over each span of the
+// wake counter, as PhysX accumulates them, so that a light body that jitters
+// in place (a finger in a pile) does not keep its whole island awake.
 class ZentoPhysx::World : public btDiscreteDynamicsWorld {
 public:
     using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
@@ -207,12 +253,75 @@ public:
             const btCollisionObject& b = *manifold.getBody1();
             const btScalar friction = 0.5f * (a.getFriction() + b.getFriction());
             const btScalar restitution = 0.5f * (a.getRestitution() + b.getRestitution());
+            const btScalar rolling = 0.5f * (a.getRollingFriction() + b.getRollingFriction());
+            const btScalar spinning = 0.5f * (a.getSpinningFriction() + b.getSpinningFriction());
             for (int point = 0; point < manifold.getNumContacts(); ++point) {
-                manifold.getContactPoint(point).m_combinedFriction = friction;
-                manifold.getContactPoint(point).m_combinedRestitution = restitution;
+                btManifoldPoint& contact = manifold.getContactPoint(point);
+                contact.m_combinedFriction = friction;
+                contact.m_combinedRestitution = restitution;
+                contact.m_combinedRollingFriction = rolling;
+                contact.m_combinedSpinningFriction = spinning;
             }
         }
         btDiscreteDynamicsWorld::solveConstraints(solverInfo);
+    }
+
+    // Marks the bodies that may sleep; Bullet's islands then sleep when all
+    // their bodies may. The body's deactivation time counts the seconds of
+    // the current span, so that Bullet's waking of a body (activate) starts
+    // a new span.
+    void updateActivationState(btScalar timeStep) override
+    {
+        for (int index = 0; index < m_nonStaticRigidBodies.size(); ++index) {
+            btRigidBody& body = *m_nonStaticRigidBodies[index];
+            auto* actor = static_cast<Actor*>(body.getUserPointer());
+            const int state = body.getActivationState();
+            if (!actor || state == DISABLE_DEACTIVATION || body.isStaticOrKinematicObject())
+                continue;
+            if (state == ISLAND_SLEEPING) {
+                body.setLinearVelocity(btVector3(0, 0, 0));
+                body.setAngularVelocity(btVector3(0, 0, 0));
+                continue;
+            }
+            btScalar span = body.getDeactivationTime();
+            if (span == 0) {
+                actor->travelled.setZero();
+                actor->turned.setZero();
+            }
+            actor->travelled += body.getLinearVelocity() * timeStep;
+            actor->turned += body.getAngularVelocity() * timeStep;
+            span += timeStep;
+            // A body plainly on the move is awake at once.
+            const btScalar threshold = actor->sleepEnergy;
+            if (kineticEnergyPerMass(body, body.getLinearVelocity(), body.getAngularVelocity()) >
+                kMovingEnergies * threshold) {
+                body.setActivationState(ACTIVE_TAG);
+                body.setDeactivationTime(0);
+                continue;
+            }
+            if (span < actor->wakeCounter) {
+                body.setDeactivationTime(span);
+                continue;
+            }
+            if (kineticEnergyPerMass(body, actor->travelled / span, actor->turned / span) >= threshold)
+                body.setActivationState(ACTIVE_TAG);
+            else if (state == ACTIVE_TAG)
+                body.setActivationState(WANTS_DEACTIVATION);
+            body.setDeactivationTime(0);
+        }
+    }
+
+private:
+    // In joules per kilogram: metres squared per second squared.
+    static btScalar kineticEnergyPerMass(const btRigidBody& body, const btVector3& linear, const btVector3& angular)
+    {
+        const btVector3 turn = body.getWorldTransform().getBasis().transpose() * angular;
+        const btVector3& inverseInertia = body.getInvInertiaDiagLocal();
+        btScalar energy = btScalar(0.5) * linear.length2();
+        for (int axis = 0; axis < 3; ++axis)
+            if (inverseInertia[axis] > 0)
+                energy += btScalar(0.5) * turn[axis] * turn[axis] / inverseInertia[axis] * body.getInvMass();
+        return energy;
     }
 };
 
@@ -221,10 +330,7 @@ struct ZentoPhysx::Scene {
         : dispatcher(&configuration),
           filter(settings)
     {
-        if (settings.solverType == TGS)
-            solver = std::make_unique<btNNCGConstraintSolver>();
-        else
-            solver = std::make_unique<btSequentialImpulseConstraintSolver>();
+        solver = std::make_unique<JointSolver>();
     }
 
     btDefaultCollisionConfiguration configuration;
@@ -430,7 +536,7 @@ std::optional<MassProperties> massProperties(const RigidBodyAttributes& a, const
 }
 
 // Damping, start velocities, sleeping and sweeping of a dynamic body.
-void setDynamicMotion(btRigidBody& body, const RigidBodyAttributes& a, float thickness, float scale)
+void setDynamicMotion(btRigidBody& body, const RigidBodyAttributes& a, const Shape& shape, float scale)
 {
     body.setDamping(static_cast<btScalar>(std::min(1.0, nonNegative(a.linearDamping))),
                     static_cast<btScalar>(std::min(1.0, nonNegative(a.angularDamping))));
@@ -439,12 +545,11 @@ void setDynamicMotion(btRigidBody& body, const RigidBodyAttributes& a, float thi
         body.setLinearVelocity(toBullet(linear * scale));
     if (isFinite(angular))
         body.setAngularVelocity(toBullet(angular));
-    // PhysX sleeps below a kinetic energy per mass; Bullet below speeds.
-    const auto speed = static_cast<btScalar>(std::sqrt(2.0 * nonNegative(a.sleepThreshold)));
-    body.setSleepingThresholds(speed * scale, speed);
+    body.setRollingFriction(static_cast<btScalar>(ZentoPhysx::kRollingResistance) * shape.radius);
+    body.setSpinningFriction(static_cast<btScalar>(ZentoPhysx::kSpinningResistance) * shape.radius);
     // Fast bodies are swept, so that a thin limb does not pass through the ground in one step.
-    body.setCcdMotionThreshold(0.5f * thickness);
-    body.setCcdSweptSphereRadius(0.4f * thickness);
+    body.setCcdMotionThreshold(0.5f * shape.thickness);
+    body.setCcdSweptSphereRadius(0.4f * shape.thickness);
 }
 
 } // namespace
@@ -498,8 +603,12 @@ RigidBody* ZentoPhysx::addActor(const std::string& name, const RigidBodyAttribut
         body.setCollisionFlags(body.getCollisionFlags() | btCollisionObject::CF_KINEMATIC_OBJECT);
         body.setActivationState(DISABLE_DEACTIVATION);
     } else if (dynamic) {
-        setDynamicMotion(body, a, shape->thickness, scale);
+        setDynamicMotion(body, a, *shape, scale);
         actor->maxAngularVelocity = static_cast<float>(nonNegative(a.maxAngularVelocity));
+        // PhysX's energies are per kilogram at its tolerance scale of one
+        // metre: joules per kilogram here, whatever the scene scale.
+        actor->sleepEnergy = static_cast<btScalar>(nonNegative(a.sleepThreshold));
+        actor->wakeCounter = static_cast<btScalar>(nonNegative(a.wakeCounter));
     }
     actor->name = name;
     actor->collisionPool = a.collisionPool;
@@ -517,7 +626,8 @@ RigidBody& ZentoPhysx::addToWorld(std::unique_ptr<Actor> actor, const RigidBodyA
 
     // Bullet iterates the whole world alike: as often as the most demanding body asks.
     btContactSolverInfo& solverInfo = mScene->world->getSolverInfo();
-    solverInfo.m_numIterations = std::max(solverInfo.m_numIterations, actor->solverIterations);
+    solverInfo.m_numIterations =
+        std::max(solverInfo.m_numIterations, mSettings->iterationsPerStep(actor->solverIterations));
     mScene->world->addRigidBody(&body);
 
     RigidBody& record = mBodies[id];
@@ -574,12 +684,82 @@ RigidBodyConstraint* ZentoPhysx::addRigidBodyConstraint(const std::string& name,
     if (a.breakable && a.breakForce >= 0.0 && std::isfinite(a.breakForce))
         joint->setBreakingImpulseThreshold(static_cast<btScalar>(a.breakForce * mSettings->stepTime()));
     mScene->world->addConstraint(joint.get(), !a.enableCollision);
-    // A joint made while a body sleeps must not leave it asleep.
-    first.activate();
-    second.activate();
+    // A joint made while a body sleeps must not leave it asleep. A drive
+    // animates its bodies, however slowly: they never sleep.
+    const bool driven = JointBuilder::isDriven(*joint);
+    for (btRigidBody* body : {&first, &second}) {
+        body->activate();
+        if (driven && body->getInvMass() > 0.0f)
+            body->setActivationState(DISABLE_DEACTIVATION);
+    }
 
     mConstraints.push_back(std::make_unique<RigidBodyConstraint>(
         name, a.constraintType, parentBody ? parent->id : 0, childBody ? child->id : 0, std::move(joint)));
+    return mConstraints.back().get();
+}
+
+void ZentoPhysx::setJointIterations(unsigned long long id, int iterations)
+{
+    const std::vector<unsigned long long> joined = joinedTo(id);
+    for (const auto& constraint : mConstraints)
+        if (std::find(joined.begin(), joined.end(), constraint->childId) != joined.end() ||
+            std::find(joined.begin(), joined.end(), constraint->parentId) != joined.end())
+            constraint->joint().setOverrideNumSolverIterations(iterations);
+}
+
+std::vector<unsigned long long> ZentoPhysx::joinedTo(unsigned long long id) const
+{
+    std::vector<unsigned long long> reached{id};
+    for (size_t next = 0; next < reached.size(); ++next)
+        for (const auto& constraint : mConstraints) {
+            if (!constraint->joint().isEnabled())
+                continue;
+            const unsigned long long from = reached[next];
+            const unsigned long long other = constraint->parentId == from ? constraint->childId
+                                             : constraint->childId == from ? constraint->parentId
+                                                                            : 0;
+            if (other != 0 && std::find(reached.begin(), reached.end(), other) == reached.end())
+                reached.push_back(other);
+        }
+    return reached;
+}
+
+double ZentoPhysx::pulledMass(unsigned long long id) const
+{
+    double mass = 0.0;
+    for (unsigned long long each : joinedTo(id)) {
+        const auto found = mScene->actors.find(each);
+        if (found != mScene->actors.end() && found->second->body->getInvMass() > 0.0f)
+            mass += 1.0 / found->second->body->getInvMass();
+    }
+    return mass;
+}
+
+RigidBodyConstraint* ZentoPhysx::addDrag(const std::string& name, RigidBody* handle, RigidBody* body,
+                                         const Imath::V3f& point, const DragSettings& settings)
+{
+    const Imath::V3f at = point * mSettings->sceneScale;
+    if (!mScene || !mScene->world || !handle || !body || !handle->mBody || !body->mBody || handle == body ||
+        !isFinite(at))
+        return nullptr;
+    btRigidBody& handleBody = *handle->mBody;
+    btRigidBody& grabbed = *body->mBody;
+    const double mass = pulledMass(body->id);
+    const auto stiffness = static_cast<btScalar>(mass * kDragFrequency * kDragFrequency);
+    const auto damping = static_cast<btScalar>(2.0 * mass * kDragFrequency);
+    const auto forceLimit = static_cast<btScalar>(mass * nonNegative(settings.acceleration));
+    auto joint = std::make_unique<DragSpring>(handleBody, grabbed,
+                                              handleBody.getCenterOfMassTransform().inverse() * toBullet(at),
+                                              grabbed.getCenterOfMassTransform().inverse() * toBullet(at), stiffness,
+                                              damping, forceLimit);
+    mScene->world->addConstraint(joint.get(), true);
+    grabbed.activate();
+    mConstraints.push_back(std::make_unique<RigidBodyConstraint>(name, RigidBodyConstraintAttributes::Distance,
+                                                                 handle->id, body->id, std::move(joint)));
+    // The spring itself keeps the world's iterations: solved less often
+    // than the joints, they have the last word.
+    setJointIterations(body->id, kDragJointIterations);
+    mConstraints.back()->joint().setOverrideNumSolverIterations(kWorldIterations);
     return mConstraints.back().get();
 }
 
@@ -630,6 +810,9 @@ void ZentoPhysx::removeRigidBody(unsigned long long id)
     const auto found = mScene->actors.find(id);
     if (found == mScene->actors.end())
         return;
+    for (const auto& constraint : mConstraints)
+        if (constraint->parentId == id && dynamic_cast<const DragSpring*>(&constraint->joint()))
+            setJointIterations(constraint->childId, kWorldIterations);
     removeConstraintsOn(id);
     mScene->world->removeRigidBody(found->second->body.get());
     mScene->actors.erase(found);

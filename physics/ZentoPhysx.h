@@ -19,6 +19,14 @@ class btDiscreteDynamicsWorld;
 
 namespace Zento {
 
+// How hard a hand's drag may pull.
+struct DragSettings {
+    // The force limit per kilogram pulled, in metres per second squared:
+    // two and a half times gravity, enough to lift what it pulls and swing it
+    // along, little enough for its joints to hold.
+    double acceleration = 25.0;
+};
+
 // The physics scene behind the solver, on Bullet. Settings are stored until
 // init and initScene build the world; bodies and joints are then added from
 // their attribute records, and each stepPhysics advances one frame in
@@ -67,6 +75,12 @@ public:
     void setScale(double scale);
 
     static constexpr unsigned int kMaxSubSamples = 1000;
+    // A sphere or capsule resists rolling with a lever of this fraction of
+    // its radius, and spinning about the contact normal with a smaller one,
+    // so that a head or a toe comes to rest instead of rolling on. A contact
+    // takes the average of its two bodies' levers.
+    static constexpr double kRollingResistance = 0.2;
+    static constexpr double kSpinningResistance = 0.1;
 
     void init();
     void initScene();
@@ -84,6 +98,13 @@ public:
                                                 const RigidBodyConstraintAttributes& attributes,
                                                 RigidBody* parent, const Imath::M44f& parentFrame, RigidBody* child,
                                                 const Imath::M44f& childFrame, bool projection);
+    // A hand's drag: a spring and damper from the handle, a kinematic body,
+    // to the body at the world point in scene units, with a force limit of
+    // the settings' acceleration times the mass it pulls (the body and every
+    // dynamic body joined to it). Null before initScene, for a handle or a
+    // body that is not simulated, and for a point that is not finite.
+    RigidBodyConstraint* addDrag(const std::string& name, RigidBody* handle, RigidBody* body,
+                                 const Imath::V3f& point, const DragSettings& settings = {});
     // Bodies listed under an aggregate number stop colliding with each other
     // when selfCollision says false for that number; a number without an
     // entry keeps its collisions.
@@ -104,7 +125,8 @@ public:
     // The debug drawing of the last step while the debugger is enabled.
     const std::vector<DebugLine>& debugLines() const;
     const std::vector<std::string>& frozenBodies() const;
-    // The solver iterations each step runs: the most that any body asks for.
+    // Bullet's iterations of contacts each sub-step runs: four for each that
+    // the most demanding body asks for ("TGS": a quarter of that, at least one).
     int solverIterations() const;
 
     // The Bullet world itself, for looking into; null before initScene.
@@ -124,6 +146,12 @@ private:
     // Gives the body its id and puts it into the world and the body table.
     RigidBody& addToWorld(std::unique_ptr<Actor> actor, const RigidBodyAttributes& attributes);
     void removeConstraintsOn(unsigned long long id);
+    // The mass of the body and of every dynamic body joined to it, in kilograms.
+    double pulledMass(unsigned long long id) const;
+    // The body and every body joined to it, by their ids.
+    std::vector<unsigned long long> joinedTo(unsigned long long id) const;
+    // The solver iterations of every joint on those bodies; -1 for the world's.
+    void setJointIterations(unsigned long long id, int iterations);
     std::vector<Travel> kinematicTravels() const;
     void wakeBodiesJoinedTo(const std::vector<Travel>& travels);
     void guardActors();

@@ -312,13 +312,7 @@ void SolverNode::grab(const BaseNode& body, const V3f& grabPoint)
         return;
     dragBodyHandle->kinematicTarget = grabPoint;
 
-    RigidBodyConstraintAttributes joint;
-    joint.constraintType = RigidBodyConstraintAttributes::Distance;
-    joint.name = "__dynamic__";
-    const M44f point = translationMatrix(grabPoint);
-    dragConstraint = physics.addRigidBodyConstraint(joint.name, joint, dragBodyHandle,
-                                                    dragBodyHandle->frameInBody(point), grabbed,
-                                                    grabbed->frameInBody(point), false);
+    dragConstraint = physics.addDrag("__dynamic__", dragBodyHandle, grabbed, grabPoint);
 }
 
 void SolverNode::drag(const V3f& point)

@@ -233,7 +233,6 @@ TEST(PhysicsScene, BodyAttributesReachTheEngine)
     record.angularDamping = 0.5;
     record.dynamicFriction = 0.7;
     record.restitution = 0.3;
-    record.sleepThreshold = 0.02;
     record.solverIteratorCount = 12;
     RigidBody* light = scene.physics.addRigidBody("light", record, &scene.mesh, false);
     record.useMass = true;
@@ -241,7 +240,7 @@ TEST(PhysicsScene, BodyAttributesReachTheEngine)
     record.massSpaceInertiaTensor = Imath::V3d(0.5, 2, 4);
     RigidBody* given = scene.physics.addRigidBody("given", record, &scene.mesh, false);
     ASSERT_TRUE(light && given);
-    EXPECT_EQ(scene.physics.solverIterations(), 12) << "solverIteratorCount reaches the solver";
+    EXPECT_EQ(scene.physics.solverIterations(), 4 * 12) << "solverIteratorCount reaches the solver";
 
     const btCollisionObjectArray& objects = scene.physics.world()->getCollisionObjectArray();
     ASSERT_EQ(objects.size(), 2);
@@ -257,7 +256,7 @@ TEST(PhysicsScene, BodyAttributesReachTheEngine)
     EXPECT_FLOAT_EQ(first->getAngularDamping(), 0.5f);
     EXPECT_FLOAT_EQ(first->getFriction(), 0.7f);
     EXPECT_FLOAT_EQ(first->getRestitution(), 0.3f);
-    EXPECT_FLOAT_EQ(first->getLinearSleepingThreshold(), 0.2f) << "the speed of that kinetic energy per mass";
+    EXPECT_EQ(first->getRollingFriction(), 0.0f) << "a box does not roll";
     EXPECT_GT(first->getCcdMotionThreshold(), 0.0f) << "fast bodies are swept";
 
     // The spin is held to maxAngularVelocity.
@@ -330,6 +329,104 @@ TEST(PhysicsScene, MaterialsOfTwoBodiesCombineByTheirAverage)
             highest = std::max(highest, position(*bouncer).y - 0.1f);
     }
     EXPECT_NEAR(highest, 0.25f, 0.04f);
+}
+
+TEST(PhysicsScene, ABodySleepsOnceItsKineticEnergyPerKilogramStaysBelowItsThresholdAtAnyScale)
+{
+    // Spheres of 10 cm drifting and spinning in free space, at a kinetic
+    // energy per kilogram of 0.8 and of 1.2 times the threshold of 0.005 J/kg.
+    // A sphere's is (v^2 + 0.4 r^2 w^2) / 2.
+    constexpr double kThreshold = 0.005, kRadius = 0.1;
+    for (double scale : {1.0, 0.056}) {
+        Scene scene(scale, kWeightless);
+        std::vector<std::pair<RigidBody*, bool>> bodies;
+        for (double share : {0.8, 1.2})
+            for (bool spins : {false, true}) {
+                RigidBodyAttributes record;
+                record.type = RigidBodyAttributes::Sphere;
+                record.dimension = V3f(float(kRadius / scale), 0, 0);
+                record.translation = V3f(float(bodies.size() / scale), 0, 0);
+                record.angularDamping = 0.0;
+                record.sleepThreshold = kThreshold;
+                const double speed = std::sqrt(2.0 * share * kThreshold);
+                if (spins)
+                    record.angularVelocity = Imath::V3d(0, speed / (std::sqrt(0.4) * kRadius), 0);
+                else
+                    record.linearVelocity = Imath::V3d(speed / scale, 0, 0);
+                bodies.push_back({scene.physics.addRigidBody("ball", record, &scene.mesh, false), share < 1.0});
+            }
+        scene.run(1.0);
+        for (const auto& [body, sleeps] : bodies) {
+            ASSERT_NE(body, nullptr);
+            EXPECT_EQ(body->isAsleep(), sleeps) << "scale " << scale << ", body " << body->id;
+        }
+    }
+}
+
+TEST(PhysicsScene, ARoundBodyRollsToAStopOverTheDistanceItsRollingResistanceGives)
+{
+    // A ball rolls on the ground at 1 m/s. The contact's rolling lever is the
+    // average of the ball's, kRollingResistance times its radius, and the
+    // ground's, 0: its torque l m g slows the rolling ball by l g / (1.4 r).
+    constexpr double kRadius = 0.1, kSpeed = 1.0;
+    Scene scene;
+    scene.ground();
+    RigidBodyAttributes ball;
+    ball.type = RigidBodyAttributes::Sphere;
+    ball.dimension = V3f(float(kRadius), 0, 0);
+    ball.translation = V3f(0, float(kRadius), 0);
+    ball.angularDamping = 0.0;
+    ball.linearVelocity = Imath::V3d(kSpeed, 0, 0);
+    ball.angularVelocity = Imath::V3d(0, 0, -kSpeed / kRadius);
+    RigidBody* roller = scene.physics.addRigidBody("ball", ball, &scene.mesh, false);
+    ASSERT_NE(roller, nullptr);
+    scene.run(4.0);
+    const double lever = 0.5 * ZentoPhysx::kRollingResistance * kRadius;
+    const double deceleration = lever * kGravity / (1.4 * kRadius);
+    EXPECT_NEAR(position(*roller).x, kSpeed * kSpeed / (2.0 * deceleration), 0.1);
+    EXPECT_TRUE(roller->isAsleep());
+}
+
+TEST(PhysicsScene, ADragPullsWithAtMostItsAccelerationTimesTheMassJoinedToTheBody)
+{
+    // Three balls in free space, the first two joined; a handle far away pulls
+    // the first, so that the spring pulls as hard as it may.
+    Scene scene(1.0, kWeightless);
+    RigidBody* first = scene.add("first", RigidBodyAttributes::Sphere, RigidBodyAttributes::Dynamic, V3f(0.1f, 0, 0),
+                                 V3f(0, 0, 0));
+    RigidBody* second = scene.add("second", RigidBodyAttributes::Sphere, RigidBodyAttributes::Dynamic,
+                                  V3f(0.2f, 0, 0), V3f(0, 0.5f, 0));
+    RigidBody* third = scene.add("third", RigidBodyAttributes::Sphere, RigidBodyAttributes::Dynamic, V3f(0.1f, 0, 0),
+                                 V3f(0, -0.5f, 0));
+    RigidBodyConstraintAttributes fixed;
+    ASSERT_NE(join(scene.physics, fixed, first, second, frameAt(V3f(0, 0.25f, 0))), nullptr);
+    RigidBody* handle = scene.add("handle", RigidBodyAttributes::Sphere, RigidBodyAttributes::Kinematic,
+                                  V3f(0.1f, 0, 0), V3f(0, 5, 0));
+    ASSERT_TRUE(first && second && third && handle);
+
+    EXPECT_EQ(scene.physics.addDrag("nowhere", handle, first, V3f(kNaN, 0, 0)), nullptr);
+    EXPECT_EQ(scene.physics.addDrag("itself", handle, handle, V3f(0, 0, 0)), nullptr);
+    EXPECT_EQ(scene.physics.addDrag("no body", handle, nullptr, V3f(0, 0, 0)), nullptr);
+    const Zento::DragSettings settings;
+    ASSERT_NE(scene.physics.addDrag("drag", handle, first, V3f(0, 0, 0), settings), nullptr);
+    handle->kinematicTarget = V3f(100, 5, 0);
+    constexpr double kSeconds = 0.2;
+    scene.run(kSeconds);
+    // The joined balls turn about their centre of mass, which the limit's
+    // acceleration carries along; the second ball weighs eight times the
+    // first. Bullet's steps move by the speed at their end: a h^2 n (n + 1) / 2.
+    constexpr int kSteps = 50;
+    const double step = kSeconds / kSteps;
+    const double travelled = settings.acceleration * step * step * kSteps * (kSteps + 1) / 2.0;
+    EXPECT_NEAR((position(*first).x + 8.0 * position(*second).x) / 9.0, travelled, 0.005 * travelled);
+    EXPECT_NEAR((position(*first) - position(*second)).length(), 0.5, 0.005) << "the joint holds";
+    EXPECT_EQ(position(*third).x, 0.0f) << "what is not joined is not pulled";
+
+    // The drag goes with its handle, and the joints it spurred on are back to the world's iterations.
+    scene.physics.removeRigidBody(handle->id);
+    for (const Zento::RigidBodyConstraint* joint : scene.physics.constraints())
+        EXPECT_EQ(joint->joint().getOverrideNumSolverIterations(), -1) << joint->name;
+    EXPECT_EQ(scene.physics.constraints().size(), 1u);
 }
 
 namespace {

@@ -97,6 +97,70 @@ inline Ragdoll loadRagdoll(ZentoSceneGraph& graph)
     return ragdoll;
 }
 
+// Frees the three turns of every constraint of the ragdoll within limits, in
+// degrees: a twist of +-twist about the bone and a swing cone of half angle swing.
+inline void limitJoints(const Ragdoll& ragdoll, double twist, double swing)
+{
+    using Record = Zento::RigidBodyConstraintAttributes;
+    for (const std::shared_ptr<ConstraintNode>& constraint : ragdoll.constraints) {
+        ZentoCore::MapMetadata& attributes = constraint->attributes;
+        for (const char* key : {"angularMotionX", "angularMotionY", "angularMotionZ"})
+            attributes.typedEntry<int>(key)->set(Record::Limit);
+        attributes.typedEntry<bool>("enableTwistLimit")->set(true);
+        attributes.typedEntry<Imath::V3d>("twistLimit")->set(Imath::V3d(-twist, twist, 0.0));
+        attributes.typedEntry<bool>("enableSwingLimit")->set(true);
+        attributes.typedEntry<Imath::V3d>("swingLimit")->set(Imath::V3d(swing, swing, 0.0));
+    }
+}
+
+// A copy of everything at and below the path root under the top-level name
+// copy, moved by offset: one more character of a crowd. A node that hangs
+// under nothing (the skeleton's root joint) is moved as well.
+inline Ragdoll copyRagdoll(ZentoSceneGraph& graph, const std::string& root, const std::string& copy,
+                           const Imath::V3d& offset)
+{
+    const auto renamed = [&](const ZentoCore::NodePath& path) {
+        return ZentoCore::NodePath(copy + path.string().substr(root.size()));
+    };
+    std::vector<std::shared_ptr<BaseNode>> sources;
+    for (const auto& entry : graph.nodes) {
+        const std::string& path = entry.first.string();
+        if (path == root || path.rfind(root + "/", 0) == 0)
+            sources.push_back(entry.second);
+    }
+    // The map sorts a parent before its children, so each copy finds its parent.
+    Ragdoll ragdoll;
+    for (const std::shared_ptr<BaseNode>& source : sources) {
+        const ZentoCore::NodePath path = renamed(source->path);
+        std::shared_ptr<BaseNode> node;
+        switch (source->typeId()) {
+        case JointNode::kTypeId: node = std::make_shared<JointNode>(path); break;
+        case RigidBodyNode::kTypeId: {
+            auto body = std::make_shared<RigidBodyNode>(path);
+            ragdoll.bodies.push_back(body);
+            node = body;
+            break;
+        }
+        case ConstraintNode::kTypeId: {
+            auto constraint = std::make_shared<ConstraintNode>(path);
+            ragdoll.constraints.push_back(constraint);
+            node = constraint;
+            break;
+        }
+        default: node = std::make_shared<TransformNode>(path); break;
+        }
+        node->attributes = source->attributes;
+        node->translation = source->translation + (source->parent ? Imath::V3d(0.0) : offset);
+        node->rotation = source->rotation;
+        node->scale = source->scale;
+        node->pivot = source->pivot;
+        node->color = source->color;
+        node->displaySize = source->displaySize;
+        graph.addNode(node, source->parent ? renamed(source->parent->path).string() : "");
+    }
+    return ragdoll;
+}
+
 // "/Skin/Body": an ellipsoid of rows x columns quads about a centre, in the
 // default grey of a node.
 inline std::shared_ptr<MeshNode> addSkin(ZentoSceneGraph& graph, const Imath::V3d& centre, const Imath::V3d& radii,
