@@ -1,19 +1,25 @@
-// One simulation step of a 20-body ragdoll with 19 D6 constraints falling onto
-// a ground, at 25 frames a second in 10 sub-steps: the graph's stepSimulation,
-// that is the physics and the write-back of every dynamic body into its node,
-// against raw Bullet stepping the same world, built by hand from the same nodes
-// with Bullet alone; and the write-back alone (SolverNode::writeBack and the
-// matrices pushed), with its share of the step. The worlds are compared too:
-// how far their bodies lie apart after the first frames shows that they are
-// the same world.
+// Ragdolls of 20 bodies and 19 D6 constraints falling onto one ground, at 25
+// frames a second in 10 sub-steps: the graph's stepSimulation, that is the
+// physics and the write-back of every dynamic body into its node with the
+// matrices pushed, against raw Bullet stepping the same world, built by hand
+// from the same nodes with Bullet alone, in the same run.
+//
+// Crowd scaling: for 1, 8, 32 and 128 ragdolls side by side, the median
+// milliseconds of one frame over their first two seconds (the fall, the
+// landing and the settling), of the graph and of raw Bullet, their ratio,
+// and the write-back alone; then the largest crowd whose frame fits in 33 ms.
+// The worlds are compared too: how far their bodies lie apart after the
+// first frames shows that they are the same world.
 // Prints one figure a line.
 
 #include "ConstraintNode.h"
 #include "JointNode.h"
+#include "JointSolver.h"
 #include "MathUtils.h"
 #include "RagdollFixture.h"
 #include "RigidBodyNode.h"
 #include "SolverNode.h"
+#include "ZentoPhysx.h"
 #include "ZentoSceneGraph.h"
 
 #include <BulletDynamics/ConstraintSolver/btGeneric6DofSpring2Constraint.h>
@@ -27,6 +33,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 using Imath::V3d;
@@ -34,12 +41,16 @@ using ZentoCore::NodePath;
 
 namespace {
 
-constexpr int kFrames = 100;
-constexpr int kRounds = 7;
+constexpr int kFrames = 50;
+constexpr int kRounds = 3;
 constexpr int kSubSteps = 10;
 constexpr double kFrameTime = 1.0 / 25.0;
+constexpr double kFrameBudgetMs = 33.0;
 constexpr double kBodyRadius = 0.05;
 constexpr double kTwist = 30.0, kSwing = 40.0;
+// Ragdolls stand this far apart, in metres, so that each falls on its own.
+constexpr double kSpacing = 2.5;
+const int kCrowds[] = {1, 8, 32, 128};
 
 template <typename T>
 void set(BaseNode& node, const std::string& key, const T& value)
@@ -79,20 +90,23 @@ const Bone kBones[] = {
     {"FootR", "ShinR", {0, -0.42, 0}, {0, -0.05, 0.15}},
 };
 
-// The ragdoll as nodes: a capsule along each bone and, but at the pelvis, a D6
-// constraint at the bone's start with its twist along the bone. The ragdoll
-// is aggregate 0, without self collision; it starts tipped over above a ground.
-void buildRagdoll(ZentoSceneGraph& graph)
+// One ragdoll as nodes below "/Ragdoll<index>", moved by offset: a capsule
+// along each bone and, but at the pelvis, a D6 constraint at the bone's start
+// with its twist along the bone. Every ragdoll is aggregate 0, without self
+// collision; each starts tipped over above the ground. Its bodies never
+// sleep: the two worlds would put them to sleep by different rules, and a
+// crowd is to cost what an awake crowd costs.
+void addRagdoll(ZentoSceneGraph& graph, int index, const V3d& offset)
 {
-    graph.createSolver();
-    graph.createGround();
+    const std::string root = "/Ragdoll" + std::to_string(index);
+    graph.addNode(std::make_shared<TransformNode>(NodePath(root)), "");
     std::map<std::string, std::string> paths;
     for (const Bone& bone : kBones) {
-        const std::string parentPath = bone.parent ? paths[bone.parent] : "";
+        const std::string parentPath = bone.parent ? paths[bone.parent] : root;
         const std::string path = parentPath + "/" + bone.name;
         paths[bone.name] = path;
         auto joint = std::make_shared<JointNode>(NodePath(path));
-        joint->translation = bone.offset;
+        joint->translation = bone.offset + (bone.parent ? V3d(0.0) : offset);
         if (!bone.parent)
             joint->rotation = Imath::Eulerd(0.3, 0.2, 0.5);
         graph.addNode(joint, parentPath);
@@ -101,24 +115,35 @@ void buildRagdoll(ZentoSceneGraph& graph)
         auto body = std::make_shared<RigidBodyNode>(NodePath(path + "/" + bone.name + "_RB"));
         body->translation = 0.5 * bone.end;
         body->rotation = RagdollFixture::alongX(bone.end);
-        set(*body, "type", 3);
-        set(*body, "state", 1);
+        set(*body, "type", int(Zento::RigidBodyAttributes::Capsule));
+        set(*body, "state", int(Zento::RigidBodyAttributes::Dynamic));
         set(*body, "dimension", V3d(kBodyRadius, std::max(0.0, 0.5 * length - kBodyRadius), kBodyRadius));
         set(*body, "aggregate", 0);
+        set(*body, "sleepThreshold", 0.0);
         graph.addNode(body, path);
         if (!bone.parent)
             continue;
         auto constraint = std::make_shared<ConstraintNode>(NodePath(path + "/" + bone.name + "_RBC"));
         constraint->rotation = RagdollFixture::alongX(bone.end);
-        set(*constraint, "constraintType", 5);
+        set(*constraint, "constraintType", int(Zento::RigidBodyConstraintAttributes::D6));
         for (const char* key : {"angularMotionX", "angularMotionY", "angularMotionZ"})
-            set(*constraint, key, 1);
+            set(*constraint, key, int(Zento::RigidBodyConstraintAttributes::Limit));
         set(*constraint, "enableTwistLimit", true);
         set(*constraint, "twistLimit", V3d(-kTwist, kTwist, 0));
         set(*constraint, "enableSwingLimit", true);
         set(*constraint, "swingLimit", V3d(kSwing, kSwing, 0));
         graph.addNode(constraint, path);
     }
+}
+
+// A scene of count ragdolls in a square, on one ground.
+void buildCrowd(ZentoSceneGraph& graph, int count)
+{
+    graph.createSolver();
+    graph.createGround();
+    const int side = static_cast<int>(std::ceil(std::sqrt(double(count))));
+    for (int index = 0; index < count; ++index)
+        addRagdoll(graph, index, V3d(kSpacing * (index % side), 0.0, kSpacing * (index / side)));
 }
 
 btTransform toBullet(const Imath::M44d& m)
@@ -130,14 +155,15 @@ btTransform toBullet(const Imath::M44d& m)
                        btVector3(btScalar(m[3][0]), btScalar(m[3][1]), btScalar(m[3][2])));
 }
 
-// The same ragdoll with Bullet alone: the bodies, joints and settings that
-// the solver gives Bullet for these nodes, built from their world matrices.
+// The same crowd with Bullet alone: the bodies, joints and settings that the
+// solver gives Bullet for these nodes, built from their world matrices, with
+// the solver class and the iterations that the physics uses.
 struct RawWorld {
-    explicit RawWorld(const ZentoSceneGraph& graph)
+    RawWorld(const ZentoSceneGraph& graph, int iterations)
         : dispatcher(&configuration), world(&dispatcher, &broadphase, &solver, &configuration)
     {
         world.setGravity(btVector3(0, -9.81f, 0));
-        world.getSolverInfo().m_numIterations = 4;
+        world.getSolverInfo().m_numIterations = iterations;
         world.getSolverInfo().m_splitImpulsePenetrationThreshold = 0;
         const short ground = 1, ragdoll = 2;
         std::map<const BaseNode*, btRigidBody*> made;
@@ -145,24 +171,21 @@ struct RawWorld {
             const BaseNode& node = *entry.second;
             if (node.typeId() != RigidBodyNode::kTypeId)
                 continue;
-            const btTransform pose = toBullet(node.worldMatrix());
             const bool plane = !node.parent;
-            if (plane) {
+            const V3d d = node.attributes.typedEntry<V3d>("dimension")->get();
+            if (plane)
                 shapes.push_back(std::make_unique<btStaticPlaneShape>(btVector3(0, 1, 0), 0.0f));
-            } else {
-                const V3d d = node.attributes.typedEntry<V3d>("dimension")->get();
+            else
                 shapes.push_back(std::make_unique<btCapsuleShapeX>(btScalar(d.x), btScalar(2 * d.y)));
-            }
             btCollisionShape& shape = *shapes.back();
             btScalar mass = 0;
             btVector3 inertia(0, 0, 0);
             if (!plane) {
-                const V3d d = node.attributes.typedEntry<V3d>("dimension")->get();
                 mass = btScalar(1000.0 * M_PI * d.x * d.x * (2 * d.y + 4.0 / 3.0 * d.x));
                 shape.calculateLocalInertia(mass, inertia);
             }
             btRigidBody::btRigidBodyConstructionInfo info(mass, nullptr, &shape, inertia);
-            info.m_startWorldTransform = pose;
+            info.m_startWorldTransform = toBullet(node.worldMatrix());
             // Bullet multiplies the frictions of a contact: 0.5 on both sides.
             info.m_friction = std::sqrt(0.5f);
             bodies.push_back(std::make_unique<btRigidBody>(info));
@@ -170,7 +193,12 @@ struct RawWorld {
             body.setContactProcessingThreshold(0.02f + shape.getMargin());
             if (!plane) {
                 body.setDamping(0.0f, 0.05f);
-                body.setSleepingThresholds(0.1f, 0.1f);
+                body.setSleepingThresholds(0.0f, 0.0f);
+                // The solver averages the rolling levers of a contact, the
+                // ground's being 0; Bullet multiplies each by the other's friction.
+                const btScalar toGround = btScalar(0.5 / std::sqrt(0.5) * kBodyRadius);
+                body.setRollingFriction(btScalar(Zento::ZentoPhysx::kRollingResistance) * toGround);
+                body.setSpinningFriction(btScalar(Zento::ZentoPhysx::kSpinningResistance) * toGround);
                 body.setCcdMotionThreshold(btScalar(kBodyRadius));
                 body.setCcdSweptSphereRadius(btScalar(0.8 * kBodyRadius));
             }
@@ -182,16 +210,8 @@ struct RawWorld {
             const BaseNode& node = *entry.second;
             if (node.typeId() != ConstraintNode::kTypeId)
                 continue;
-            const BaseNode* child = nullptr;
-            for (const BaseNode* sibling : node.parent->children)
-                if (sibling->typeId() == RigidBodyNode::kTypeId)
-                    child = sibling;
-            const BaseNode* parent = nullptr;
-            for (const BaseNode* sibling : node.parent->parent->children)
-                if (sibling->typeId() == RigidBodyNode::kTypeId)
-                    parent = sibling;
-            btRigidBody& a = *made[parent];
-            btRigidBody& b = *made[child];
+            btRigidBody& a = *made[ConstraintNode::parentBody(node, graph.nodes)];
+            btRigidBody& b = *made[ConstraintNode::childBody(node)];
             const btTransform frame = toBullet(node.worldMatrix());
             auto joint = std::make_unique<btGeneric6DofSpring2Constraint>(
                 a, b, a.getWorldTransform().inverse() * frame, b.getWorldTransform().inverse() * frame, RO_XYZ);
@@ -223,7 +243,7 @@ struct RawWorld {
     btDefaultCollisionConfiguration configuration;
     btCollisionDispatcher dispatcher;
     btDbvtBroadphase broadphase;
-    btSequentialImpulseConstraintSolver solver;
+    Zento::JointSolver solver;
     btDiscreteDynamicsWorld world;
     std::vector<std::unique_ptr<btCollisionShape>> shapes;
     std::vector<std::unique_ptr<btRigidBody>> bodies;
@@ -231,22 +251,28 @@ struct RawWorld {
     std::map<std::string, btRigidBody*> bodyOf;
 };
 
-// The best, over the rounds, of the mean time of one frame, in microseconds.
-double bestMicroseconds(const std::function<void()>& setUp, const std::function<void()>& frame)
+double milliseconds(const std::function<void()>& work)
 {
-    double best = 1e300;
-    for (int round = 0; round < kRounds; ++round) {
-        setUp();
-        const auto start = std::chrono::steady_clock::now();
-        for (int i = 0; i < kFrames; ++i)
-            frame();
-        best = std::min(best, std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
-    }
-    return best / kFrames;
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-// The largest distance between a body of the solver and the same body of the raw world.
-double metresApart(SolverNode& solver, const RawWorld& raw)
+// The median over the rounds of the frames' milliseconds, each round from a fresh start.
+double medianFrameMs(const std::function<void()>& setUp, const std::function<void()>& frame, int rounds)
+{
+    std::vector<double> times;
+    for (int round = 0; round < rounds; ++round) {
+        setUp();
+        for (int i = 0; i < kFrames; ++i)
+            times.push_back(milliseconds(frame));
+    }
+    std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
+    return times[times.size() / 2];
+}
+
+// The largest distance, in millimetres, between a body of the solver and the same body of the raw world.
+double millimetresApart(SolverNode& solver, const RawWorld& raw)
 {
     double apart = 0.0;
     auto& table = solver.physics.rigidBodies();
@@ -257,51 +283,81 @@ double metresApart(SolverNode& solver, const RawWorld& raw)
         const btVector3 there = raw.bodyOf.at(body.node->path.string())->getWorldTransform().getOrigin();
         apart = std::max(apart, double((t - Imath::V3f(there.x(), there.y(), there.z())).length()));
     }
-    return apart;
+    return 1000.0 * apart;
+}
+
+struct CrowdFigures {
+    double stepMs;
+    double rawMs;
+    double writeBackMs;
+};
+
+CrowdFigures measureCrowd(int count, int rounds)
+{
+    ZentoSceneGraph graph;
+    buildCrowd(graph, count);
+    SolverNode& solver = static_cast<SolverNode&>(*graph.node("/Solver"));
+    CrowdFigures figures;
+    figures.stepMs = medianFrameMs([&] { graph.startSimulation(); }, [&] { graph.stepSimulation(); }, rounds);
+    // Writing back again the poses where the last round left the bodies.
+    figures.writeBackMs = medianFrameMs([] {}, [&] { graph.updateMatrices(solver.writeBack()); }, 1);
+    const int iterations = solver.physics.solverIterations();
+    graph.stopSimulation();
+    std::unique_ptr<RawWorld> raw;
+    figures.rawMs = medianFrameMs([&] { raw = std::make_unique<RawWorld>(graph, iterations); }, [&] { raw->step(); },
+                                  rounds);
+    return figures;
 }
 
 } // namespace
 
 int main()
 {
-    ZentoSceneGraph graph;
-    buildRagdoll(graph);
-    SolverNode& solver = static_cast<SolverNode&>(*graph.node("/Solver"));
+    ZentoSceneGraph one;
+    buildCrowd(one, 1);
+    SolverNode& solver = static_cast<SolverNode&>(*one.node("/Solver"));
     int bodies = 0, constraints = 0;
-    for (const auto& entry : graph.nodes) {
+    for (const auto& entry : one.nodes) {
         bodies += entry.second->typeId() == RigidBodyNode::kTypeId && entry.second->parent;
         constraints += entry.second->typeId() == ConstraintNode::kTypeId;
     }
-
-    const double step = bestMicroseconds([&] { graph.startSimulation(); }, [&] { graph.stepSimulation(); });
-    std::unique_ptr<RawWorld> raw;
-    const double rawStep = bestMicroseconds([&] { raw = std::make_unique<RawWorld>(graph); }, [&] { raw->step(); });
-    // Writing back again the poses where the last round left the bodies.
-    const double writeBack = bestMicroseconds([] {}, [&] { graph.updateMatrices(solver.writeBack()); });
-    graph.stopSimulation();
-
     // Both worlds from the start, frame by frame.
-    graph.startSimulation();
-    raw = std::make_unique<RawWorld>(graph);
-    double apartAfterFrame = 0.0, apartAfterSecond = 0.0;
+    one.startSimulation();
+    RawWorld raw(one, solver.physics.solverIterations());
+    double apartAfterFrame = 0.0;
     for (int frame = 1; frame <= 25; ++frame) {
-        graph.stepSimulation();
-        raw->step();
+        one.stepSimulation();
+        raw.step();
         if (frame == 1)
-            apartAfterFrame = metresApart(solver, *raw);
+            apartAfterFrame = millimetresApart(solver, raw);
     }
-    apartAfterSecond = metresApart(solver, *raw);
-    graph.stopSimulation();
-
     std::printf("ragdoll_bodies %d\n", bodies);
     std::printf("ragdoll_d6_constraints %d\n", constraints);
+    std::printf("bodies_apart_after_1_frame_mm %.3f\n", apartAfterFrame);
+    std::printf("bodies_apart_after_1_second_mm %.3f\n", millimetresApart(solver, raw));
+    one.stopSimulation();
+
     std::printf("frames_timed %d\n", kFrames);
-    std::printf("solver_step_us %.1f\n", step);
-    std::printf("raw_bullet_step_us %.1f\n", rawStep);
-    std::printf("step_ratio_to_raw_bullet %.2f\n", step / rawStep);
-    std::printf("write_back_us %.2f\n", writeBack);
-    std::printf("write_back_share_percent %.1f\n", 100.0 * writeBack / step);
-    std::printf("bodies_apart_after_1_frame_mm %.3f\n", 1000.0 * apartAfterFrame);
-    std::printf("bodies_apart_after_1_second_mm %.3f\n", 1000.0 * apartAfterSecond);
+    int fits = 0, misses = 0;
+    for (int count : kCrowds) {
+        const CrowdFigures figures = measureCrowd(count, kRounds);
+        std::printf("crowd_%d_step_ms %.2f\n", count, figures.stepMs);
+        std::printf("crowd_%d_raw_bullet_ms %.2f\n", count, figures.rawMs);
+        std::printf("crowd_%d_ratio_to_raw_bullet %.3f\n", count, figures.stepMs / figures.rawMs);
+        std::printf("crowd_%d_write_back_ms %.3f\n", count, figures.writeBackMs);
+        if (figures.stepMs <= kFrameBudgetMs)
+            fits = count;
+        else if (!misses)
+            misses = count;
+    }
+    // Halving the gap between the largest crowd that fits and the smallest
+    // that does not, one measured round a probe.
+    if (!misses)
+        misses = 2 * fits;
+    while (misses - fits > 1) {
+        const int count = (fits + misses) / 2;
+        (measureCrowd(count, 1).stepMs <= kFrameBudgetMs ? fits : misses) = count;
+    }
+    std::printf("largest_crowd_within_%.0f_ms %d\n", kFrameBudgetMs, fits);
     return 0;
 }

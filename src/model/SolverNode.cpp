@@ -135,6 +135,7 @@ void SolverNode::start(const NodeMap& nodes)
     physics.init();
     physics.initScene();
     const std::unordered_map<int, std::vector<int>> aggregates = addBodies(nodes);
+    resolveWriteBack();
     addConstraints(nodes);
     // Only aggregate 0 is made without self collision.
     physics.addAggregates(aggregates, {{0, false}}, 0, false);
@@ -196,7 +197,11 @@ std::unordered_map<int, std::vector<int>> SolverNode::addBodies(const NodeMap& n
             continue;
         body->aggregate = record.aggregate;
         mBodyIndex[&node] = bodies.size();
-        bodies.push_back({entry.second, body->id, {node.translation, node.rotation}});
+        SimulatedBody simulated;
+        simulated.node = entry.second;
+        simulated.id = body->id;
+        simulated.rest = {node.translation, node.rotation};
+        bodies.push_back(std::move(simulated));
         if (record.aggregate != -1)
             aggregates[record.aggregate].push_back(static_cast<int>(body->id & 0xffffffffu));
     }
@@ -249,24 +254,41 @@ std::vector<BaseNode*> SolverNode::step()
     return writeBack();
 }
 
+void SolverNode::resolveWriteBack()
+{
+    const auto& table = physics.rigidBodies();
+    for (SimulatedBody& simulated : bodies) {
+        const RigidBody& body = table.at(simulated.id);
+        M44f scaling;
+        scaling.setScale(body.scale);
+        simulated.beforePose = translationMatrix(-body.scalePivot) * scaling * translationMatrix(body.scalePivot) *
+                               translationMatrix(body.scalePivotTranslate) * translationMatrix(-body.rotatePivot);
+        simulated.afterPose = translationMatrix(body.rotatePivot) * translationMatrix(body.rotatePivotTranslate);
+        simulated.parentInverse = ZentoCore::matrixInverse(M44f(NodeTransforms::parentWorld(*simulated.node)));
+        simulated.parentMoves = false;
+        for (const BaseNode* up = simulated.node->parent; up && !simulated.parentMoves; up = up->parent) {
+            const auto ancestor = mBodyIndex.find(up);
+            simulated.parentMoves = ancestor != mBodyIndex.end() &&
+                                    table.at(bodies[ancestor->second].id).state == RigidBodyAttributes::Dynamic;
+        }
+    }
+}
+
 std::vector<BaseNode*> SolverNode::writeBack()
 {
     std::vector<BaseNode*> moved;
     const auto& table = physics.rigidBodies();
-    for (const SimulatedBody& simulated : bodies) {
+    for (SimulatedBody& simulated : bodies) {
         const auto found = table.find(simulated.id);
         if (found == table.end() || found->second.state != RigidBodyAttributes::Dynamic)
             continue;
-        const RigidBody& body = found->second;
-        M44f scaling;
-        scaling.setScale(body.scale);
-        const M44f world = translationMatrix(-body.scalePivot) * scaling * translationMatrix(body.scalePivot) *
-                           translationMatrix(body.scalePivotTranslate) * translationMatrix(-body.rotatePivot) *
-                           body.poseMatrix() * translationMatrix(body.rotatePivot) *
-                           translationMatrix(body.rotatePivotTranslate);
-
         BaseNode& node = *simulated.node;
-        const M44f local = world * ZentoCore::matrixInverse(M44f(NodeTransforms::parentWorld(node)));
+        // The parents of a body below another are written first: the map
+        // orders a parent before its children.
+        if (simulated.parentMoves)
+            simulated.parentInverse = ZentoCore::matrixInverse(M44f(NodeTransforms::parentWorld(node)));
+        const M44f local = simulated.beforePose * found->second.poseMatrix() * simulated.afterPose *
+                           simulated.parentInverse;
         // A parent of zero or broken scale makes no local pose; the node stays.
         if (!finite(local))
             continue;

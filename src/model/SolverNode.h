@@ -46,12 +46,22 @@ public:
     Zento::RigidBody* bodyOf(const BaseNode& node);
 
     Zento::ZentoPhysx physics;
-    // A body node handed to the physics, with its id there and its local
-    // pose before the start; kept until the next start.
+    // A body node handed to the physics, with its id there, its local pose
+    // before the start and what the write-back needs of it, resolved once at
+    // the start; kept until the next start.
     struct SimulatedBody {
         std::shared_ptr<BaseNode> node;
         unsigned long long id = 0;
         RestPose rest;
+        // The body's world matrix is beforePose * pose * afterPose: its
+        // scale and pivots, in scene units.
+        Imath::M44f beforePose;
+        Imath::M44f afterPose;
+        // The inverse world matrix of the node's parent. Fixed through the
+        // run unless an ancestor is itself a simulated body (parentMoves),
+        // when each write-back takes it anew.
+        Imath::M44f parentInverse;
+        bool parentMoves = false;
     };
     std::vector<SimulatedBody> bodies;
     Zento::RigidBody* dragBodyHandle = nullptr;
@@ -62,6 +72,8 @@ private:
     std::unordered_map<int, std::vector<int>> addBodies(const NodeMap& nodes);
     void addConstraints(const NodeMap& nodes);
     void applySettings();
+    // Fills what the write-back needs of each body.
+    void resolveWriteBack();
 
     // Where each node of bodies stands in it.
     std::unordered_map<const BaseNode*, size_t> mBodyIndex;

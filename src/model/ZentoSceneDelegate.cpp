@@ -39,12 +39,17 @@ void ZentoSceneDelegate::UpdateMesh(const NodePath& id, const Imath::M44d& trans
 
 bool ZentoSceneDelegate::UpdateTransform(const NodePath& id, const Imath::M44d& transform)
 {
-    const auto found = _meshes.find(id);
-    if (found == _meshes.end())
+    _Mesh* found = FindMesh(id);
+    if (!found)
         return false;
-    found->second.transform = transform;
-    found->second.dirtyBits |= DirtyTransform;
+    UpdateTransform(*found, transform);
     return true;
+}
+
+void ZentoSceneDelegate::UpdateTransform(_Mesh& mesh, const Imath::M44d& transform)
+{
+    mesh.transform = transform;
+    mesh.dirtyBits |= DirtyTransform;
 }
 
 void ZentoSceneDelegate::UpdateColor(const NodePath& id, const Imath::V3f& color, float opacity)
@@ -93,6 +98,12 @@ bool ZentoSceneDelegate::GetVisible(const NodePath& id) const
 }
 
 const ZentoSceneDelegate::_Mesh* ZentoSceneDelegate::mesh(const NodePath& id) const
+{
+    const auto found = _meshes.find(id);
+    return found == _meshes.end() ? nullptr : &found->second;
+}
+
+ZentoSceneDelegate::_Mesh* ZentoSceneDelegate::FindMesh(const NodePath& id)
 {
     const auto found = _meshes.find(id);
     return found == _meshes.end() ? nullptr : &found->second;

@@ -45,6 +45,8 @@ public:
                     std::vector<int> numVerts, std::vector<int> verts);
     // False for an unknown id. Marks the transform only: points and topology stay clean.
     bool UpdateTransform(const ZentoCore::NodePath& id, const Imath::M44d& transform);
+    // The same for a record in hand, found once by FindMesh.
+    static void UpdateTransform(_Mesh& mesh, const Imath::M44d& transform);
     // Nothing happens for an unknown id.
     void UpdateColor(const ZentoCore::NodePath& id, const Imath::V3f& color, float opacity);
     // False for an id that has no visibility entry, which is then not created.
@@ -61,6 +63,9 @@ public:
     const Meshes& meshes() const { return _meshes; }
     // Null for an unknown id.
     const _Mesh* mesh(const ZentoCore::NodePath& id) const;
+    // The record to update again and again without a lookup; null for an
+    // unknown id. It stays valid until RemoveMesh of its id.
+    _Mesh* FindMesh(const ZentoCore::NodePath& id);
     // Called by the renderer once it has uploaded what was dirty.
     void clearDirtyBits();
 

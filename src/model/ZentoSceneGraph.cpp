@@ -66,6 +66,7 @@ void ZentoSceneGraph::addNode(const std::shared_ptr<BaseNode>& node, const std::
 
 void ZentoSceneGraph::addNodes(const std::vector<NewNode>& added)
 {
+    mMovedMeshes.clear();
     // Everything is linked first, so that a shape that follows its children
     // is built once, with all of them. Sets of children stand in for a search
     // of each parent's list, which would make wide trees quadratic.
@@ -151,6 +152,7 @@ std::shared_ptr<BaseNode> ZentoSceneGraph::removeNode(const NodePath& path)
     const auto found = nodes.find(path);
     if (found == nodes.end())
         return nullptr;
+    mMovedMeshes.clear();
     std::shared_ptr<BaseNode> node = found->second;
     if (BaseNode* parent = node->parent) {
         auto& siblings = parent->children;
@@ -236,11 +238,6 @@ void ZentoSceneGraph::updateMatrix(const BaseNode& node)
     pushSubtreeTransforms(mDelegate, node, node.worldMatrix());
 }
 
-void ZentoSceneGraph::updateMatrices(const std::vector<BaseNode*>& moved)
-{
-    for (const BaseNode* node : moved)
-        updateMatrix(*node);
-}
 
 void ZentoSceneGraph::updateMatrix(const std::string& path)
 {
@@ -287,6 +284,7 @@ SolverNode* ZentoSceneGraph::solver() const
 void ZentoSceneGraph::startSimulation()
 {
     qDebug() << "Start sim";
+    mMovedMeshes.clear();
     setSelection({});
     if (SolverNode* simulation = solver())
         simulation->start(nodes);
@@ -305,6 +303,28 @@ void ZentoSceneGraph::stepSimulation()
 {
     if (SolverNode* simulation = solver())
         updateMatrices(simulation->step());
+}
+
+void ZentoSceneGraph::updateMatrices(const std::vector<BaseNode*>& moved)
+{
+    std::vector<Imath::M44d> worlds;
+    for (const BaseNode* node : moved) {
+        std::vector<MovedMesh>& subtree = mMovedMeshes[node];
+        if (subtree.empty()) {
+            subtree.push_back({node, -1, mDelegate.FindMesh(node->path)});
+            for (size_t index = 0; index < subtree.size(); ++index)
+                for (const BaseNode* child : subtree[index].node->children)
+                    subtree.push_back({child, static_cast<int>(index), mDelegate.FindMesh(child->path)});
+        }
+        worlds.resize(subtree.size());
+        for (size_t index = 0; index < subtree.size(); ++index) {
+            const MovedMesh& entry = subtree[index];
+            worlds[index] = entry.parent < 0 ? entry.node->worldMatrix()
+                                             : entry.node->localMatrix() * worlds[size_t(entry.parent)];
+            if (entry.mesh)
+                ZentoSceneDelegate::UpdateTransform(*entry.mesh, worlds[index]);
+        }
+    }
 }
 
 void ZentoSceneGraph::grabBody(const std::string& path, const Imath::V3f& grabPoint)

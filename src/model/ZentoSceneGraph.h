@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 class SolverNode;
@@ -63,9 +64,11 @@ public:
     // Pushes the world matrix of the node and of its whole subtree; never touches geometry.
     void updateMatrix(const ZentoCore::NodePath& path);
     void updateMatrix(const std::string& path);
-    // The same for nodes in hand, such as the bodies that the solver moved,
-    // with no lookup by path.
+    // The same for nodes in hand, with no lookup by path.
     void updateMatrix(const BaseNode& node);
+    // The same for nodes moved again and again, such as the bodies of the
+    // simulation: each subtree's records in the delegate are found once and
+    // kept until the tree changes.
     void updateMatrices(const std::vector<BaseNode*>& nodes);
     // Pushes the visibility of the node, and of each descendant combined with
     // the starting node's own flag (not with the flags between).
@@ -127,6 +130,17 @@ public:
     std::mutex renderMutex;
 
 private:
+    // A node of the subtree of a node of updateMatrices, with its parent's
+    // place in the list (-1 for that node) and its record in the delegate,
+    // if it has one.
+    struct MovedMesh {
+        const BaseNode* node;
+        int parent;
+        ZentoSceneDelegate::_Mesh* mesh;
+    };
+    // The subtrees by node of updateMatrices; dropped by any change of the tree.
+    std::unordered_map<const BaseNode*, std::vector<MovedMesh>> mMovedMeshes;
+
     // What pick leaves out, by the wireframe and display flags.
     std::vector<ZentoCore::NodePath> pickExclusions() const;
 
