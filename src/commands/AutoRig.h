@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class BaseCommand;
+class ZentoSceneGraph;
+
+// A whole ragdoll made for an imported skeleton in one step, as an artist
+// would make it by hand: a capsule on every joint that has a bone, a
+// constraint to the parent's body with default limits, a ground under the
+// feet and a solver whose scene scale makes the skeleton as tall as a person.
+namespace AutoRig {
+
+struct Settings {
+    // Metres that the skeleton's height is taken for when choosing the scene scale.
+    double height = 1.75;
+};
+
+struct Result {
+    // The paths of the new bodies and constraints, in path order.
+    std::vector<std::string> bodies;
+    std::vector<std::string> constraints;
+    // The joints that have no bone of their own, covered by the body of another joint.
+    std::vector<std::string> mergedJoints;
+    // The path of the ground under the feet.
+    std::string ground;
+    // The solver's "sceneScale": metres per scene unit.
+    double sceneScale = 1.0;
+    // The skeleton's height in the bind pose, scene units.
+    double skeletonHeight = 0.0;
+};
+
+// Builds the ragdoll on the skeleton whose root joint is at skeletonRoot. With
+// skin (the paths of mesh nodes, standing at the bind pose in the skeleton's
+// space) each capsule's radius comes from the vertices that its bone
+// influences most; without, from the bone's length. Returns the command that
+// makes it all, for the caller to push or run, and in result what it will
+// make; null, with the reason in error, when the skeleton has no bone.
+std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& skeletonRoot,
+                                   const std::vector<std::string>& skin, Result& result,
+                                   const Settings& settings = {}, std::string* error = nullptr);
+
+} // namespace AutoRig
