@@ -883,10 +883,10 @@ void ZentoPhysx::collectDebugLines()
     world.setDebugDrawer(&collector);
     world.debugDrawWorld();
     world.setDebugDrawer(nullptr);
-    // Bullet does not know how to draw a joint of our own.
+    // Bullet does not know how to draw a joint of our own: the hand's drag among them.
     for (const auto& constraint : mConstraints)
-        if (const auto* distance = dynamic_cast<const DistanceConstraint*>(&constraint->joint()))
-            distance->draw(collector);
+        if (const auto* own = dynamic_cast<const OwnConstraint*>(&constraint->joint()))
+            own->draw(collector);
 }
 
 void ZentoPhysx::guardActors()
