@@ -152,6 +152,8 @@ private:
     std::vector<unsigned long long> joinedTo(unsigned long long id) const;
     // The solver iterations of every joint on those bodies; -1 for the world's.
     void setJointIterations(unsigned long long id, int iterations);
+    // Whether a hand's drag pulls on a body.
+    bool isDragged() const;
     std::vector<Travel> kinematicTravels() const;
     void wakeBodiesJoinedTo(const std::vector<Travel>& travels);
     void guardActors();
