@@ -22,7 +22,9 @@ public:
     void setParam(int, btScalar, int) override {}
     btScalar getParam(int, int) const override { return 0; }
 
+    // The distance between the anchors, in the engine's units.
     btScalar distance() const;
+    const SeparationBounds& bounds() const { return mBounds; }
     // The line between the anchors, in the engine's units.
     void draw(btIDebugDraw& drawer) const;
 
