@@ -155,6 +155,28 @@ bool isPlane(const btCollisionObject& object)
     return object.getCollisionShape()->getShapeType() == STATIC_PLANE_PROXYTYPE;
 }
 
+// How far up the lowest point of the shape at the pose lies, in metres: the
+// point of the shape farthest down, as Bullet's collision detection finds it.
+btScalar lowestAlong(const btCollisionShape& shape, const btTransform& pose, const btVector3& up)
+{
+    if (shape.isCompound()) {
+        const auto& compound = static_cast<const btCompoundShape&>(shape);
+        btScalar lowest = BT_LARGE_FLOAT;
+        for (int child = 0; child < compound.getNumChildShapes(); ++child)
+            lowest = std::min(lowest, lowestAlong(*compound.getChildShape(child),
+                                                  pose * compound.getChildTransform(child), up));
+        return lowest;
+    }
+    if (shape.isConvex()) {
+        const btVector3 down = pose.getBasis().transpose() * -up;
+        return up.dot(pose * static_cast<const btConvexShape&>(shape).localGetSupportingVertex(down));
+    }
+    const btTransform upright(shortestArcQuat(up, btVector3(0, 1, 0)));
+    btVector3 minimum, maximum;
+    shape.getAabb(upright * pose, minimum, maximum);
+    return minimum.y();
+}
+
 class LineCollector : public btIDebugDraw {
 public:
     LineCollector(std::vector<DebugLine>& lines, float sceneScale) : mLines(lines), mSceneScale(sceneScale) {}
@@ -990,16 +1012,14 @@ std::optional<float> ZentoPhysx::lowestPoint(const Imath::V3f& up) const
 {
     if (!mScene || !mScene->world)
         return std::nullopt;
-    // Turned so that up is y, the lowest point is the bottom of the box around the shape.
-    const btTransform upright(shortestArcQuat(toBullet(up).normalized(), btVector3(0, 1, 0)));
+    const btVector3 direction = toBullet(up).normalized();
     std::optional<float> lowest;
     for (const auto& entry : mScene->actors) {
         const btRigidBody& body = *entry.second->body;
         if (isPlane(body))
             continue;
-        btVector3 minimum, maximum;
-        body.getCollisionShape()->getAabb(upright * body.getWorldTransform(), minimum, maximum);
-        const float bottom = minimum.y() / mSettings->sceneScale;
+        const float bottom =
+            lowestAlong(*body.getCollisionShape(), body.getWorldTransform(), direction) / mSettings->sceneScale;
         lowest = std::min(lowest.value_or(bottom), bottom);
     }
     return lowest;

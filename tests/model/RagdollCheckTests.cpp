@@ -321,6 +321,16 @@ TEST(RagdollCheck, NarrowLimitsAndBindPosesOutsideTheLimitsAreFound)
     outside = ofKind(RagdollCheck::check(graph), RagdollCheck::kPoseOutsideLimits);
     ASSERT_EQ(outside.size(), 1u);
     EXPECT_NE(outside[0].message.find("10.0 cm"), std::string::npos) << outside[0].message;
+
+    // So does a slider kept 5 to 20 cm out; a fixed joint holds its bind pose.
+    set(chest, "constraintType", int(Record::Prismatic));
+    set(chest, "limit", V3d(0.05, 0.2, 0.0));
+    outside = ofKind(RagdollCheck::check(graph), RagdollCheck::kPoseOutsideLimits);
+    ASSERT_EQ(outside.size(), 1u);
+    EXPECT_NE(outside[0].message.find("5.0 cm"), std::string::npos) << outside[0].message;
+    set(chest, "constraintType", int(Record::Fixed));
+    findings = RagdollCheck::check(graph);
+    EXPECT_TRUE(ofKind(findings, RagdollCheck::kPoseOutsideLimits).empty()) << describe(findings);
 }
 
 TEST(RagdollCheck, OverlapsCountOnlyBetweenBodiesThatCollide)
@@ -492,4 +502,38 @@ TEST(RagdollDropTest, TheRagdollFallsFromTheHeightAboveTheScenesGround)
     graph.node("/Ground")->translation.y = -40.0;
     const RagdollCheck::DropTest moved = RagdollCheck::dropTest(graph, {5.0, 10.0});
     EXPECT_NEAR(moved.secondsToRest, high.secondsToRest, 0.2);
+}
+
+TEST(RagdollDropTest, ThePhysicsFindsTheLowestPointAndLiftsAllButTheGround)
+{
+    // A capsule of radius 0.1 and half height 0.3 along x, turned 45 degrees
+    // about z, its centre 2 units up, at half a metre a unit.
+    ZentoSceneGraph graph;
+    makeSolver(graph, 0.5);
+    graph.createGround();
+    auto capsule = std::make_shared<RigidBodyNode>(NodePath("/Capsule"));
+    capsule->translation = V3d(1, 2, 0);
+    capsule->rotation = Imath::Eulerd(0.0, 0.0, M_PI / 4.0);
+    set(*capsule, "type", int(RigidBodyAttributes::Capsule));
+    set(*capsule, "dimension", V3d(0.1, 0.3, 0.0));
+    graph.addNode(capsule, "");
+    graph.startSimulation();
+    Zento::ZentoPhysx& physics = graph.solver()->physics;
+    const double lowest = 2.0 - 0.3 * std::sqrt(0.5) - 0.1;
+    ASSERT_TRUE(physics.lowestPoint(Imath::V3f(0, 1, 0)));
+    EXPECT_NEAR(*physics.lowestPoint(Imath::V3f(0, 1, 0)), lowest, 1e-5) << "the ground is no body to lift";
+    EXPECT_NEAR(*physics.lowestPoint(Imath::V3f(0, -1, 0)), -(2.0 + 0.3 * std::sqrt(0.5) + 0.1), 1e-5);
+    physics.moveBodies(Imath::V3f(0, 3, 0));
+    EXPECT_NEAR(*physics.lowestPoint(Imath::V3f(0, 1, 0)), lowest + 3.0, 1e-5);
+    physics.stepPhysics();
+    Imath::V3f t;
+    Imath::Quatf q;
+    graph.solver()->bodyOf(*capsule)->pose(t, q);
+    EXPECT_NEAR(t.y, 5.0, 0.05) << "the body falls from where it was lifted to";
+    for (const auto& entry : physics.rigidBodies())
+        if (entry.second.state == RigidBodyAttributes::Static) {
+            entry.second.pose(t, q);
+            EXPECT_EQ(t, Imath::V3f(0, 0, 0)) << "the ground stays";
+        }
+    graph.stopSimulation();
 }
