@@ -537,3 +537,62 @@ TEST(RagdollDropTest, ThePhysicsFindsTheLowestPointAndLiftsAllButTheGround)
         }
     graph.stopSimulation();
 }
+
+TEST(RagdollDropTest, FiguresBecomeFindingsPastTheirThresholds)
+{
+    RagdollCheck::DropTest test;
+    test.secondsToRest = 1.5;
+    test.worstLimitDegrees = 14.9;
+    test.worstLimitConstraint = "/Skeleton/Hips/Spine/Spine_RBC";
+    test.worstSeparation = 0.019;
+    test.worstSeparationConstraint = "/Skeleton/Hips/Leg/Leg_RBC";
+    EXPECT_TRUE(RagdollCheck::findings(test).empty());
+
+    test.finite = false;
+    test.secondsToRest = -1.0;
+    test.worstLimitDegrees = 15.1;
+    test.worstSeparation = 0.021;
+    const std::vector<Finding> found = RagdollCheck::findings(test);
+    ASSERT_EQ(found.size(), 4u) << describe(found);
+    EXPECT_EQ(found[0].kind, RagdollCheck::kDropNonFinite);
+    EXPECT_EQ(found[0].severity, Severity::Error);
+    EXPECT_EQ(found[1].kind, RagdollCheck::kDropUnsettled);
+    EXPECT_EQ(found[1].severity, Severity::Warning);
+    EXPECT_EQ(found[2].kind, RagdollCheck::kDropLimit);
+    EXPECT_EQ(found[2].nodes, std::vector<std::string>{test.worstLimitConstraint});
+    EXPECT_NE(found[2].message.find("Spine_RBC went 15.1 degrees"), std::string::npos) << found[2].message;
+    EXPECT_EQ(found[3].kind, RagdollCheck::kDropSeparation);
+    EXPECT_EQ(found[3].nodes, std::vector<std::string>{test.worstSeparationConstraint});
+    EXPECT_NE(found[3].message.find("2.1 cm"), std::string::npos) << found[3].message;
+    EXPECT_TRUE(RagdollCheck::hasError(found));
+    EXPECT_FALSE(RagdollCheck::hasError({found[1], found[2], found[3]}));
+}
+
+TEST(RagdollDropTest, OverlappingBodiesThatCollideShowInTheFigures)
+{
+    // The good ragdoll with bodies twice as thick, colliding with each other.
+    ZentoSceneGraph graph;
+    const RagdollFixture::Ragdoll ragdoll = addGoodRagdoll(graph);
+    for (const auto& body : ragdoll.bodies) {
+        set(*body, "aggregate", -1);
+        set(*body, "dimension", body->attributes.typedEntry<V3d>("dimension")->get() * 2.0);
+    }
+    const std::vector<Finding> findings = RagdollCheck::check(graph);
+    EXPECT_FALSE(RagdollCheck::hasError(findings)) << describe(findings);
+    const std::vector<Finding> overlaps = ofKind(findings, RagdollCheck::kBindPoseOverlap);
+    EXPECT_EQ(overlaps.size(), findings.size()) << describe(findings);
+    const auto both = [&](const char* a, const char* b) {
+        return std::any_of(overlaps.begin(), overlaps.end(), [&](const Finding& finding) {
+            return NodePath(finding.nodes[0]).name() == a && NodePath(finding.nodes[1]).name() == b;
+        });
+    };
+    EXPECT_TRUE(both("LeftUpLeg_RB", "RightUpLeg_RB")) << describe(overlaps);
+    EXPECT_TRUE(both("LeftShoulder_RB", "RightShoulder_RB")) << describe(overlaps);
+
+    // They push each other apart against their joints, which never rest.
+    const RagdollCheck::DropTest test = RagdollCheck::dropTest(graph, {1.0, 5.0});
+    EXPECT_TRUE(test.finite);
+    const std::vector<Finding> drop = RagdollCheck::findings(test);
+    EXPECT_FALSE(ofKind(drop, RagdollCheck::kDropUnsettled).empty() && ofKind(drop, RagdollCheck::kDropSeparation).empty())
+        << describe(drop);
+}
