@@ -112,6 +112,15 @@ bool finite(const Imath::V3d& v)
     return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }
 
+bool finite(const Imath::M44d& m)
+{
+    for (int row = 0; row < 4; ++row)
+        for (int column = 0; column < 4; ++column)
+            if (!std::isfinite(m[row][column]))
+                return false;
+    return true;
+}
+
 bool finiteTransform(const BaseNode& node)
 {
     const Imath::V3d turn(node.rotation.x, node.rotation.y, node.rotation.z);
@@ -154,11 +163,7 @@ void checkSize(const BaseNode& node, double scale, std::vector<Finding>& finding
         // a scale of zero somewhere above or on it; a broken matrix is
         // reported as not finite.
         RigidBodyAttributes plain;
-        const Imath::M44d world = node.worldMatrix();
-        bool finiteWorld = true;
-        for (int row = 0; row < 4; ++row)
-            finiteWorld = finiteWorld && finite(Imath::V3d(world[row][0], world[row][1], world[row][2]));
-        if (plain.deserialise(&node.attributes) && finiteWorld && finiteTransform(node))
+        if (plain.deserialise(&node.attributes) && finite(node.worldMatrix()) && finiteTransform(node))
             findings.push_back(finding(Severity::Error, kTinyBody, {node.path.string()},
                                        shortName(node) + " is scaled to nothing: the simulation leaves it out."));
         return;
@@ -170,7 +175,7 @@ void checkSize(const BaseNode& node, double scale, std::vector<Finding>& finding
         findings.push_back(finding(Severity::Error, kTinyBody, {node.path.string()},
                                    shortName(node) + " has a size of zero: the simulation makes it a speck of " +
                                        number(ZentoPhysx::kMinimumSize * 1000.0, 1) +
-                                       " mm that weighs nothing and collides with nothing."));
+                                        " mm that weighs next to nothing and that any contact flings away."));
     } else if (measured->thickness < kTinyThickness) {
         findings.push_back(finding(Severity::Warning, kTinyBody, {node.path.string()},
                                    shortName(node) + " is only " + number(measured->thickness * 1000.0, 2) +
@@ -208,7 +213,7 @@ void checkMasses(const BaseNode& constraint, const BaseNode& parent, const BaseN
                                {constraint.path.string(), parent.path.string(), child.path.string()},
                                shortName(constraint) + " joins " + shortName(parent) + " (" + number(*parentMass, 3) +
                                    " kg) to " + shortName(child) + " (" + number(*childMass, 3) + " kg), " +
-                                   number(ratio, 0) + " to 1: a joint between masses so far apart stretches and "
+                                   number(ratio, 1) + " to 1: a joint between masses so far apart stretches and "
                                                       "jitters; bring them within 10 to 1."));
 }
 

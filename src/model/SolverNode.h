@@ -73,8 +73,8 @@ public:
         bool parentMoves = false;
     };
     std::vector<SimulatedBody> bodies;
-    // A constraint node handed to the physics, with the joint made of it;
-    // kept until the next start. The joint lives while the physics does.
+    // A constraint node handed to the physics, with the joint made of it,
+    // from the start until stop, which drops the joints with the physics.
     struct SimulatedConstraint {
         std::shared_ptr<BaseNode> node;
         Zento::RigidBodyConstraint* joint = nullptr;

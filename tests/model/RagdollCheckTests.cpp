@@ -593,6 +593,7 @@ TEST(RagdollDropTest, OverlappingBodiesThatCollideShowInTheFigures)
     const RagdollCheck::DropTest test = RagdollCheck::dropTest(graph, {1.0, 5.0});
     EXPECT_TRUE(test.finite);
     const std::vector<Finding> drop = RagdollCheck::findings(test);
-    EXPECT_FALSE(ofKind(drop, RagdollCheck::kDropUnsettled).empty() && ofKind(drop, RagdollCheck::kDropSeparation).empty())
-        << describe(drop);
+    const bool shows =
+        !ofKind(drop, RagdollCheck::kDropUnsettled).empty() || !ofKind(drop, RagdollCheck::kDropSeparation).empty();
+    EXPECT_TRUE(shows) << describe(drop);
 }
