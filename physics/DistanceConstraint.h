@@ -16,7 +16,9 @@ public:
     void getInfo1(btConstraintInfo1* info) override;
     void getInfo2(btConstraintInfo2* info) override;
 
+    // The distance between the anchors, in the engine's units.
     btScalar distance() const;
+    const SeparationBounds& bounds() const { return mBounds; }
 
 private:
     btVector3 color() const override;
