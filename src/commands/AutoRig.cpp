@@ -514,8 +514,12 @@ std::shared_ptr<BaseNode> groundUnder(const ZentoSceneGraph& graph, const std::v
                                       const V3d& root, double height)
 {
     double lowest = capsules.front().start.y;
-    for (const Capsule& capsule : capsules)
-        lowest = std::min(lowest, std::min(capsule.start.y, capsule.end.y) - capsule.radius);
+    for (const Capsule& capsule : capsules) {
+        // The centres of the caps, a radius in from the ends.
+        const double inset = std::min(capsule.radius / capsule.length(), 0.5);
+        const double a = pointAt(capsule, inset).y, b = pointAt(capsule, 1.0 - inset).y;
+        lowest = std::min(lowest, std::min(a, b) - capsule.radius);
+    }
     const std::shared_ptr<BaseNode> ground = graph.newGround();
     ground->translation = V3d(root.x, lowest, root.z);
     ground->scale = V3d(kGroundSize * height);
