@@ -40,9 +40,11 @@
 // An owner's capsule lies along the principal axis of its own place and the
 // points it reaches, from end to end, caps included; on a plain bone that is
 // the bone. Its constraint holds on to the body of its parent's owner, which
-// "parentRigidBody" names when a merged joint lies between them. The bodies
-// collide with each other but for jointed pairs, so capsules of colliding
-// pairs that would overlap in the bind pose are thinned until they do not.
+// "parentRigidBody" names when a merged joint lies between them. The lighter
+// of two jointed bodies is thickened to within about 10 to 1 of the other's
+// mass. The bodies collide with each other but for jointed pairs, so capsules
+// of colliding pairs that would overlap in the bind pose are cut back or
+// thinned until they do not.
 namespace AutoRig {
 
 namespace {
@@ -73,6 +75,10 @@ constexpr double kLeastRadiusOfHeight = 0.03;
 // points the skin says too little, and the length decides.
 constexpr double kSkinQuantile = 0.3;
 constexpr size_t kLeastSkinPoints = 8;
+
+// Jointed bodies whose masses differ more than this are hard on the solver:
+// the lighter one is thickened, as far as its length allows, to come within it.
+constexpr double kMostMassRatio = 9.5;
 
 // Colliding capsules are thinned to this share of the gap between their axes.
 constexpr double kClearance = 0.98;
@@ -291,6 +297,29 @@ bool shortenFromStart(Capsule& capsule, double share)
         return false;
     capsule.start += (capsule.end - capsule.start) * (step / length);
     return true;
+}
+
+// Proportional to a capsule's mass: its volume over pi.
+double volumeOf(const Capsule& capsule)
+{
+    return capsule.radius * capsule.radius * (capsule.length() - 2.0 / 3.0 * capsule.radius);
+}
+
+// Thickens the lighter body of each jointed pair, a little at a time, until
+// the two come within kMostMassRatio or its caps meet.
+void balanceMasses(std::vector<Capsule>& capsules)
+{
+    constexpr double kGrowth = 1.02;
+    for (Capsule& capsule : capsules) {
+        if (capsule.parent < 0)
+            continue;
+        Capsule& parent = capsules[capsule.parent];
+        Capsule& lighter = volumeOf(capsule) < volumeOf(parent) ? capsule : parent;
+        const Capsule& heavier = &lighter == &capsule ? parent : capsule;
+        const double most = kMostRadius * lighter.length();
+        while (volumeOf(heavier) > kMostMassRatio * volumeOf(lighter) && lighter.radius < most)
+            lighter.radius = std::min(most, lighter.radius * kGrowth);
+    }
 }
 
 // Thins a capsule by share, to no less than the least radius its length
@@ -557,6 +586,7 @@ std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& sk
     std::string reason;
     if (!fitToSkin(graph, skin, joints, capsules, reason))
         return refuse(error, "Cannot fit the ragdoll to the skin: " + reason + ".");
+    balanceMasses(capsules);
     separateCapsules(capsules);
 
     std::vector<std::shared_ptr<BaseNode>> made;

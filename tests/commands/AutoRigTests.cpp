@@ -8,6 +8,7 @@
 #include "MetadataImpl.h"
 #include "RigidBodyConstraintAttributes.h"
 #include "RigidBodyNode.h"
+#include "SceneFile.h"
 #include "SceneState.h"
 #include "SolverNode.h"
 #include "TemporaryDirectory.h"
@@ -162,6 +163,23 @@ std::pair<double, double> verticalExtent(const Character& character)
     return extent;
 }
 
+// Every mesh of original is in copy, with the same names of joints.
+void expectSameSkinJoints(const ZentoSceneGraph& original, const ZentoSceneGraph& copy, const std::string& when)
+{
+    size_t meshes = 0;
+    for (const auto& entry : original.nodes) {
+        if (entry.second->typeId() != MeshNode::kTypeId)
+            continue;
+        ++meshes;
+        const auto same = copy.node(entry.first.string());
+        ASSERT_NE(same, nullptr) << when << ": " << entry.first.string();
+        const auto* names = static_cast<const MeshNode&>(*same).skinJoints();
+        ASSERT_NE(names, nullptr) << when << ": " << entry.first.string();
+        EXPECT_EQ(*names, *static_cast<const MeshNode&>(*entry.second).skinJoints()) << when;
+    }
+    EXPECT_GT(meshes, 0u) << when;
+}
+
 } // namespace
 
 TEST(AutoRig, MotionCaptureSkeletonsBecomeOnePersonSizedRagdollStandingOnItsGround)
@@ -239,6 +257,16 @@ TEST(AutoRig, TheBindPoseLiesWithinEveryLimitAndCollidingBodiesStartApart)
             EXPECT_TRUE(record.enableTwistLimit && record.twistLimit.x < 0.0 && record.twistLimit.y > 0.0);
             EXPECT_TRUE(record.enableSwingLimit && record.swingLimit.x >= 5.0 && record.swingLimit.y >= 5.0);
         }
+        // Jointed bodies within 10 to 1 of each other's mass, which the solver holds well.
+        const auto mass = [](const BaseNode& body) {
+            const WorldCapsule c = capsuleOf(body);
+            return c.radius * c.radius * ((c.b - c.a).length() + 4.0 / 3.0 * c.radius);
+        };
+        for (const auto& pair : jointPairs(character)) {
+            const double ratio = mass(*pair.first) / mass(*pair.second);
+            EXPECT_LE(std::max(ratio, 1.0 / ratio), 10.0)
+                << model << ": " << pair.first->path.name() << " and " << pair.second->path.name();
+        }
         // Bodies collide but for jointed pairs: none of those may start inside another.
         const auto pairs = jointPairs(character);
         const auto jointed = [&](const BaseNode* p, const BaseNode* q) {
@@ -261,8 +289,8 @@ TEST(AutoRig, TheBindPoseLiesWithinEveryLimitAndCollidingBodiesStartApart)
 
 TEST(AutoRig, DroppedFromAMetreTheRagdollStaysFiniteJoinedAndComesToRest)
 {
-    for (const std::string& model : {kMotionCapture[0], kMotionCapture[2]}) {
-        Character character(model);
+    for (const std::string& model : {kMotionCapture[0], kMotionCapture[2], kDancer}) {
+        Character character(model, model == kDancer);
         ASSERT_TRUE(character.build()) << model << ": " << character.error;
         const double scale = character.result.sceneScale;
         BaseNode& root = *character.graph.node(character.root);
@@ -436,10 +464,9 @@ TEST(AutoRigSkin, WithoutWeightsTheNearestBoneGivesSimilarRadii)
     EXPECT_LT(median, 1.33);
 }
 
-TEST(AutoRigSkin, EachPointNamesItsHeaviestJointAndTheNamesSurviveAMeshFile)
+TEST(AutoRigSkin, EachPointOfAnImportedSkinNamesTheJointThatWeighsItMost)
 {
     const std::string file = kModels + kDancer;
-    const auto tree = Zento::loadMesh(file);
     // The names as Assimp's own weights give them, node by node in file order.
     Assimp::Importer importer;
     const aiScene* scene = importer.ReadFile(file, 0);
@@ -481,21 +508,27 @@ TEST(AutoRigSkin, EachPointNamesItsHeaviestJointAndTheNamesSurviveAMeshFile)
         }
     }
     EXPECT_GT(checked, 10000u);
+}
 
+TEST(AutoRigSkin, TheNamesSurviveMeshAndSceneFilesAndFilesWithoutThemLoad)
+{
+    const std::string file = kModels + kDancer;
+    const auto tree = Zento::loadMesh(file);
+    ZentoSceneGraph graph;
+    ASSERT_FALSE(CharacterImport::loadMesh(graph, file).empty());
     // A round trip through our own mesh file keeps them; a file without them, as
     // older ones are, loads as a mesh that nothing weighs.
     TemporaryDirectory directory;
     ASSERT_TRUE(Zento::saveMesh(*tree, directory.file("dancer.geos")));
     ZentoSceneGraph again;
     ASSERT_FALSE(CharacterImport::loadMesh(again, directory.file("dancer.geos")).empty());
-    for (const auto& entry : graph.nodes)
-        if (entry.second->typeId() == MeshNode::kTypeId) {
-            const auto copy = again.node(entry.first.string());
-            ASSERT_NE(copy, nullptr) << entry.first.string();
-            ASSERT_NE(static_cast<const MeshNode&>(*copy).skinJoints(), nullptr);
-            EXPECT_EQ(*static_cast<const MeshNode&>(*copy).skinJoints(),
-                      *static_cast<const MeshNode&>(*entry.second).skinJoints());
-        }
+    expectSameSkinJoints(graph, again, "mesh file");
+    // The scene file keeps a mesh's tree as it stands, these names with it.
+    ASSERT_TRUE(SceneFile::save(graph, directory.file("dancer.zento")));
+    ZentoSceneGraph saved;
+    ASSERT_TRUE(SceneFile::load(saved, directory.file("dancer.zento")));
+    expectSameSkinJoints(graph, saved, "scene file");
+
     const std::function<void(ZentoCore::MapMetadata&)> strip = [&](ZentoCore::MapMetadata& node) {
         node.removeEntry(Zento::kMeshSkinJointsKey);
         if (const auto children = node.typedEntryAs<ZentoCore::MapMetadata>(Zento::kMeshChildrenKey))
