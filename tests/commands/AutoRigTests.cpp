@@ -376,6 +376,14 @@ TEST(AutoRig, WhatCannotBeBuiltOnIsRefusedWithAReasonAndTheSceneStaysAsItWas)
     addJoint(character.graph, "/Lone", V3d(1, 2, 3));
     addJoint(character.graph, "/Pair", V3d(0, 0, 0));
     addJoint(character.graph, "/Pair/Same", V3d(0, 0, 0));
+    // A joint that scales its bones to nothing, and one that flattens them.
+    addJoint(character.graph, "/Dot", V3d(0, 0, 0))->scale = V3d(0, 0, 0);
+    addJoint(character.graph, "/Dot/Bone", V3d(0, 1, 0));
+    addJoint(character.graph, "/Flat", V3d(0, 0, 0))->scale = V3d(1, 1, 0);
+    addJoint(character.graph, "/Flat/Bone", V3d(0, 1, 0));
+    addJoint(character.graph, "/Flat/Bone/End", V3d(0, 1, 0));
+    character.graph.updateMatrix(std::string("/Dot"));
+    character.graph.updateMatrix(std::string("/Flat"));
     const SceneState before = capture(character.graph);
     const auto refused = [&](const std::string& root, const std::vector<std::string>& skin, double height,
                              const std::string& why) {
@@ -393,6 +401,8 @@ TEST(AutoRig, WhatCannotBeBuiltOnIsRefusedWithAReasonAndTheSceneStaysAsItWas)
     refused("/Lone", {}, 1.75, "has no bone");
     refused("/Pair", {}, 1.75, "has no bone");
     refused(character.root, {"/Skeleton"}, 1.75, "\"/Skeleton\" is no mesh");
+    refused("/Dot", {}, 1.75, "has no bone");
+    refused("/Flat", {}, 1.75, "\"/Flat\" is scaled to nothing");
     refused(character.root, {}, 0.0, "positive number of metres");
     refused(character.root, {}, std::nan(""), "positive number of metres");
     // A mesh without points says nothing about radii; it is no reason to refuse.
@@ -405,6 +415,35 @@ TEST(AutoRig, WhatCannotBeBuiltOnIsRefusedWithAReasonAndTheSceneStaysAsItWas)
     EXPECT_EQ(AutoRig::build(character.graph, character.root, {}, result, {}, &error), nullptr);
     EXPECT_NE(error.find("holds a body or constraint already"), std::string::npos) << error;
     expectSameScene(rigged, capture(character.graph), "a second build");
+}
+
+TEST(AutoRig, AWideSkeletonOfHundredsOfArmsBuildsOneJoinedRagdoll)
+{
+    // A root with 400 arms of two bones each, spread over a sphere: every
+    // arm a body pair, every pair joined to the root's body.
+    constexpr int kArms = 400;
+    Character character("BVH/Boxing_Toes.bvh");
+    std::vector<ZentoSceneGraph::NewNode> joints;
+    const auto add = [&](const std::string& path, const V3d& translation, const std::string& parent) {
+        auto joint = std::make_shared<JointNode>(ZentoCore::NodePath(path));
+        joint->translation = translation;
+        joints.push_back({joint, parent});
+    };
+    add("/Wide", V3d(0, 0, 0), "");
+    for (int arm = 0; arm < kArms; ++arm) {
+        const double z = 1.0 - 2.0 * (arm + 0.5) / kArms;
+        const double turn = arm * 2.399963;
+        const V3d out(std::sqrt(1.0 - z * z) * std::cos(turn), z, std::sqrt(1.0 - z * z) * std::sin(turn));
+        const std::string path = "/Wide/Arm" + std::to_string(arm);
+        add(path, out * 10.0, "/Wide");
+        add(path + "/Hand", out * 10.0, path);
+        add(path + "/Hand/Tip", out * 10.0, path + "/Hand");
+    }
+    character.graph.addNodes(joints);
+    character.root = "/Wide";
+    ASSERT_TRUE(character.build()) << character.error;
+    EXPECT_EQ(character.result.bodies.size(), 1u + 2u * kArms);
+    EXPECT_EQ(pieces(character), 1u);
 }
 
 TEST(AutoRigSkin, RadiiComeFromTheSkinAndStayInsideIt)
