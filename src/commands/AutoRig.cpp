@@ -29,12 +29,12 @@
 //   children's bones then start at the owner. So motion capture's root "Hips",
 //   whose LHipJoint, RHipJoint and LowerBack all sit at its origin, becomes one
 //   pelvis fitted to the hips and the spine above them, instead of a body of
-//   no size with three unjoined bodies under it; "Spine1" with its neck and
-//   shoulder joints becomes the chest across the shoulders, "LeftHand" with
-//   its finger and thumb joints the hand.
+//   no size with three unjoined bodies under it, and "Spine1" with its neck
+//   and shoulder joints becomes the chest across the shoulders.
 // - A part of the skeleton that reaches less than kSmallPart of the height from
-//   its first joint (a finger tip, a thumb, an end site) is merged, whole, into
-//   its parent's owner, whose body grows to take it in.
+//   its first joint (a finger, a thumb, a toe, an end site, the stubby hands of
+//   motion capture) is merged, whole, into its parent's owner, whose body
+//   grows to take it in.
 // - Every other joint owns a body, and its place is a point the body of its
 //   parent's owner reaches.
 //
@@ -96,7 +96,8 @@ constexpr double kGroundSize = 1.0;
 struct RigJoint {
     BaseNode* node = nullptr;
     int parent = -1;
-    // World place, scene units.
+    // The world matrix, and the place it puts the joint at, scene units.
+    Imath::M44d world;
     V3d place{0.0, 0.0, 0.0};
     // The joint whose body stands for this one; itself for an owner.
     int owner = -1;
@@ -109,6 +110,7 @@ struct Capsule {
     int joint = -1;
     // The capsule of the joint's parent's owner; -1 at the top.
     int parent = -1;
+    // The ends of the capsule on its axis, caps included.
     V3d start{0.0, 0.0, 0.0};
     V3d end{0.0, 0.0, 0.0};
     double radius = 0.0;
@@ -116,33 +118,38 @@ struct Capsule {
     double length() const { return (end - start).length(); }
 };
 
-// The joints at and below root, parents first: joints below anything but a
-// joint belong to something else.
+// The joints at and below root, parents first, with their world matrices
+// handed down: joints below anything but a joint belong to something else.
 std::vector<RigJoint> collectJoints(BaseNode& root)
 {
     std::vector<RigJoint> joints;
     std::unordered_map<const BaseNode*, int> index;
-    joints.push_back({&root, -1, root.worldMatrix().translation(), -1, {}});
+    const Imath::M44d rootWorld = root.worldMatrix();
+    joints.push_back({&root, -1, rootWorld, rootWorld.translation(), -1, {}});
     index[&root] = 0;
     for (BaseNode* node : root.descendants()) {
         const auto parent = index.find(node->parent);
         if (node->typeId() != JointNode::kTypeId || parent == index.end())
             continue;
         index[node] = static_cast<int>(joints.size());
-        joints.push_back({node, parent->second, node->worldMatrix().translation(), -1, {}});
+        const Imath::M44d world = node->localMatrix() * joints[parent->second].world;
+        joints.push_back({node, parent->second, world, world.translation(), -1, {}});
     }
     return joints;
 }
 
 // The extent of the joints along y, the up of the simulation; a skeleton
-// that lies flat is measured along its longest side instead.
+// that lies down (less than a quarter as high as it is long, as a file whose
+// up is z) is measured along its longest side instead.
 double heightOf(const std::vector<RigJoint>& joints)
 {
+    constexpr double kLyingDown = 0.25;
     Imath::Box3d box;
     for (const RigJoint& joint : joints)
         box.extendBy(joint.place);
     const V3d size = box.size();
-    return size.y > 0.0 ? size.y : std::max(size.x, size.z);
+    const double longest = std::max({size.x, size.y, size.z});
+    return size.y >= kLyingDown * longest ? size.y : longest;
 }
 
 // How far the joints below each joint reach from it, at most: over its
@@ -484,9 +491,9 @@ void separateCapsules(std::vector<Capsule>& capsules)
 }
 
 // The capsule in its joint's local space, for the body node below the joint.
-Authoring::CapsuleFit localFit(const BaseNode& joint, const Capsule& capsule)
+Authoring::CapsuleFit localFit(const RigJoint& joint, const Capsule& capsule)
 {
-    const Imath::M44d toJoint = ZentoCore::matrixInverse(joint.worldMatrix());
+    const Imath::M44d toJoint = ZentoCore::matrixInverse(joint.world);
     V3d start, end;
     toJoint.multVecMatrix(capsule.start, start);
     toJoint.multVecMatrix(capsule.end, end);
@@ -539,8 +546,8 @@ bool makeRagdollNodes(const ZentoSceneGraph& graph, const std::vector<RigJoint>&
             return false;
         }
         // A joint that flattens its space has no inverse to place a body in.
-        const double volume = joint.node->worldMatrix().determinant();
-        const Authoring::CapsuleFit fit = localFit(*joint.node, capsule);
+        const double volume = joint.world.determinant();
+        const Authoring::CapsuleFit fit = localFit(joint, capsule);
         if (volume == 0.0 || !std::isfinite(volume) || !(fit.radius > 0.0)
             || !std::isfinite(fit.radius + fit.halfHeight + fit.centre.length())) {
             reason = "the joint \"" + joint.node->path.string() + "\" is scaled to nothing";

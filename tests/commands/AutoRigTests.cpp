@@ -446,6 +446,20 @@ TEST(AutoRig, AWideSkeletonOfHundredsOfArmsBuildsOneJoinedRagdoll)
     EXPECT_EQ(pieces(character), 1u);
 }
 
+TEST(AutoRig, ASkeletonWhoseUpIsZIsMeasuredAlongItsLength)
+{
+    ZentoSceneGraph graph;
+    addJoint(graph, "/Skeleton/Hips", V3d(0, 0, 0));
+    addJoint(graph, "/Skeleton/Hips/Spine", V3d(0, 0.1, 50));
+    addJoint(graph, "/Skeleton/Hips/Spine/Head", V3d(0, 0, 50));
+    addJoint(graph, "/Skeleton/Hips/Spine/Head/Top", V3d(0, 0, 75));
+    AutoRig::Result result;
+    ASSERT_NE(AutoRig::build(graph, "/Skeleton/Hips", {}, result), nullptr);
+    EXPECT_DOUBLE_EQ(result.skeletonHeight, 175.0);
+    EXPECT_NEAR(result.sceneScale, 0.01, 1e-6);
+    EXPECT_EQ(result.bodies.size(), 3u);
+}
+
 TEST(AutoRigSkin, RadiiComeFromTheSkinAndStayInsideIt)
 {
     for (const std::string& model : {kDancer, std::string("FBX/huesitos.fbx")}) {
