@@ -90,8 +90,11 @@ constexpr double kClearance = 0.98;
 constexpr double kTwistLimit = 30.0;
 constexpr double kSwingLimit = 45.0;
 
-// The ground plane is drawn this many skeleton heights to each side.
+// The ground plane is drawn this many skeleton heights to each side, and lies
+// this share of the height (2 mm of a person) below the lowest body, so that
+// no body starts in contact with it.
 constexpr double kGroundSize = 1.0;
+constexpr double kGroundClearance = 0.001;
 
 struct RigJoint {
     BaseNode* node = nullptr;
@@ -577,7 +580,7 @@ bool makeRagdollNodes(const ZentoSceneGraph& graph, const std::vector<RigJoint>&
     return true;
 }
 
-// A ground plane touching the lowest capsule, under the root.
+// A ground plane just under the lowest capsule, below the root.
 std::shared_ptr<BaseNode> groundUnder(const ZentoSceneGraph& graph, const std::vector<Capsule>& capsules,
                                       const V3d& root, double height)
 {
@@ -589,7 +592,7 @@ std::shared_ptr<BaseNode> groundUnder(const ZentoSceneGraph& graph, const std::v
         lowest = std::min(lowest, std::min(a, b) - capsule.radius);
     }
     const std::shared_ptr<BaseNode> ground = graph.newGround();
-    ground->translation = V3d(root.x, lowest, root.z);
+    ground->translation = V3d(root.x, lowest - kGroundClearance * height, root.z);
     ground->scale = V3d(kGroundSize * height);
     return ground;
 }
