@@ -20,6 +20,7 @@
 #include <cmath>
 #include <numeric>
 #include <unordered_map>
+#include <unordered_set>
 
 // How the skeleton becomes bodies. Every joint is either the owner of a body
 // or merged into the body of an owner above it:
@@ -421,20 +422,49 @@ private:
     std::unordered_map<std::string, int> mByName;
 };
 
+// The meshes at and below each path, each once: an import's list of new
+// paths names a mesh more than once, and its groups. False, with the reason,
+// for a path with no node or no mesh.
+bool skinMeshes(const ZentoSceneGraph& graph, const std::vector<std::string>& skin,
+                std::vector<const MeshNode*>& meshes, std::string& reason)
+{
+    std::unordered_set<const BaseNode*> taken;
+    for (const std::string& path : skin) {
+        const std::shared_ptr<BaseNode> node = graph.node(path);
+        if (!node) {
+            reason = "there is no node at \"" + path + "\"";
+            return false;
+        }
+        std::vector<BaseNode*> below = node->descendants();
+        below.insert(below.begin(), node.get());
+        bool any = false;
+        for (const BaseNode* candidate : below) {
+            if (candidate->typeId() != MeshNode::kTypeId)
+                continue;
+            any = true;
+            if (taken.insert(candidate).second)
+                meshes.push_back(static_cast<const MeshNode*>(candidate));
+        }
+        if (!any) {
+            reason = "\"" + path + "\" holds no mesh";
+            return false;
+        }
+    }
+    return true;
+}
+
 // Sets each capsule's radius from the skin points it holds, as told at
-// kSkinQuantile. False, with the reason, for a path that is no mesh.
+// kSkinQuantile. False, with the reason, for a path that holds no mesh.
 bool fitToSkin(const ZentoSceneGraph& graph, const std::vector<std::string>& skin,
                const std::vector<RigJoint>& joints, std::vector<Capsule>& capsules, std::string& reason)
 {
+    std::vector<const MeshNode*> meshes;
+    if (!skinMeshes(graph, skin, meshes, reason))
+        return false;
     std::vector<std::vector<double>> distances(capsules.size());
     const SkinAssignment assignment(joints, capsules);
-    for (const std::string& path : skin) {
-        const std::shared_ptr<BaseNode> node = graph.node(path);
-        if (!node || node->typeId() != MeshNode::kTypeId) {
-            reason = "\"" + path + "\" is no mesh of the scene";
-            return false;
-        }
-        const MeshNode& mesh = static_cast<const MeshNode&>(*node);
+    for (const MeshNode* skinMesh : meshes) {
+        const MeshNode& mesh = *skinMesh;
         const ZentoUtils::Mesh* geo = mesh.mesh();
         if (!geo)
             continue;

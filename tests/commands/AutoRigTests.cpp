@@ -402,7 +402,8 @@ TEST(AutoRig, WhatCannotBeBuiltOnIsRefusedWithAReasonAndTheSceneStaysAsItWas)
     refused("/Skeleton", {}, 1.75, "no joint at");
     refused("/Lone", {}, 1.75, "has no bone");
     refused("/Pair", {}, 1.75, "has no bone");
-    refused(character.root, {"/Skeleton"}, 1.75, "\"/Skeleton\" is no mesh");
+    refused(character.root, {"/Skeleton"}, 1.75, "\"/Skeleton\" holds no mesh");
+    refused(character.root, {"/Skin/Body"}, 1.75, "no node at \"/Skin/Body\"");
     refused("/Dot", {}, 1.75, "has no bone");
     refused("/Flat", {}, 1.75, "\"/Flat\" is scaled to nothing");
     refused(character.root, {}, 0.0, "positive number of metres");
@@ -499,6 +500,19 @@ TEST(AutoRigSkin, RadiiComeFromTheSkinAndStayInsideIt)
             EXPECT_LE(inside * 2, about) << model << ": " << path;
         }
         EXPECT_GE(differ * 2, skinned.result.bodies.size()) << model << ": most radii come from the skin";
+
+        // The group that an import makes, or a mesh named twice, is the same skin.
+        for (const bool group : {true, false}) {
+            Character again(model, true);
+            again.skin = group ? std::vector<std::string>{"/Skin"} : std::vector<std::string>{again.skin.front()};
+            if (!group)
+                again.skin.insert(again.skin.end(), skinned.skin.begin(), skinned.skin.end());
+            ASSERT_TRUE(again.build()) << again.error;
+            ASSERT_EQ(again.result.bodies, skinned.result.bodies) << model;
+            for (const std::string& path : skinned.result.bodies)
+                EXPECT_DOUBLE_EQ(capsuleOf(*again.graph.node(path)).radius, capsuleOf(*skinned.graph.node(path)).radius)
+                    << model << ": " << path;
+        }
     }
 }
 
