@@ -281,26 +281,35 @@ double distanceToSegment(const V3d& p, const Capsule& capsule)
 }
 
 // The nearest points of the axes of two capsules, as places along each (0 to
-// 1), and their distance. Each is found from the other in turn, starting from
-// each pair of ends, and the nearest pair of all is taken.
+// 1), and their distance: the closest points of two segments, first as
+// lines, then clamped to the segments. Parallel axes take a's start.
 double nearestBetween(const Capsule& a, const Capsule& b, double& onA, double& onB)
 {
-    double best = -1.0;
-    for (const double startA : {0.0, 1.0})
-        for (const double startB : {0.0, 1.0}) {
-            double ta = startA, tb = startB;
-            for (int round = 0; round < 16; ++round) {
-                tb = nearestOnSegment(pointAt(a, ta), b.start, b.end);
-                ta = nearestOnSegment(pointAt(b, tb), a.start, a.end);
-            }
-            const double d = (pointAt(a, ta) - pointAt(b, tb)).length();
-            if (best < 0.0 || d < best) {
-                best = d;
-                onA = ta;
-                onB = tb;
+    const V3d da = a.end - a.start, db = b.end - b.start, r = a.start - b.start;
+    const double aa = da ^ da, bb = db ^ db, f = db ^ r;
+    onA = 0.0;
+    onB = 0.0;
+    if (aa <= 0.0 && bb > 0.0) {
+        onB = std::clamp(f / bb, 0.0, 1.0);
+    } else if (aa > 0.0) {
+        const double c = da ^ r;
+        if (bb <= 0.0) {
+            onA = std::clamp(-c / aa, 0.0, 1.0);
+        } else {
+            const double ab = da ^ db;
+            const double denominator = aa * bb - ab * ab;
+            onA = denominator > 0.0 ? std::clamp((ab * f - c * bb) / denominator, 0.0, 1.0) : 0.0;
+            onB = (ab * onA + f) / bb;
+            if (onB < 0.0) {
+                onB = 0.0;
+                onA = std::clamp(-c / aa, 0.0, 1.0);
+            } else if (onB > 1.0) {
+                onB = 1.0;
+                onA = std::clamp((ab - c) / aa, 0.0, 1.0);
             }
         }
-    return best;
+    }
+    return (pointAt(a, onA) - pointAt(b, onB)).length();
 }
 
 // Pulls a capsule's start toward its end by a share of its radius; false when
