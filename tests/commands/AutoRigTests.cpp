@@ -40,6 +40,7 @@ const std::string kModels = "/usr/share/assimp/models/";
 // Motion capture men in units of their own, and a skinned dancer in metres.
 const std::vector<std::string> kMotionCapture = {"BVH/01_01.bvh", "BVH/01_03.bvh", "BVH/Boxing_Toes.bvh"};
 const std::string kDancer = "X/BCN_Epileptic.X";
+const std::string kBeast = "X/Testwuson.X";
 
 // A scene with a solver, the skeleton of a file and, when asked, its skins.
 struct Character {
@@ -244,8 +245,9 @@ TEST(AutoRig, AHubOfJointsAtOneSpotBecomesOnePelvisThatHoldsLegsAndSpine)
 
 TEST(AutoRig, TheBindPoseLiesWithinEveryLimitAndCollidingBodiesStartApart)
 {
-    for (const std::string& model : {kMotionCapture[0], kMotionCapture[2], kDancer}) {
-        Character character(model, model == kDancer);
+    // A four-legged beast too, whose skin makes its neck far heavier than its chest.
+    for (const std::string& model : {kMotionCapture[0], kMotionCapture[2], kDancer, kBeast}) {
+        Character character(model, model == kDancer || model == kBeast);
         ASSERT_TRUE(character.build()) << model << ": " << character.error;
         for (const BaseNode* constraint : nodesOf(character.graph, character.result.constraints)) {
             Record record;
