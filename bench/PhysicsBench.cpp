@@ -9,13 +9,16 @@
 // landing and the settling), of the graph and of raw Bullet, their ratio,
 // and the write-back alone; then the largest crowd whose frame fits in 33 ms.
 // The worlds are compared too: how far their bodies lie apart after the
-// first frames shows that they are the same world.
+// first frames shows that they are the same world. Last, the ragdoll check's
+// drop test of the one ragdoll, whose bodies never sleep, so that it runs
+// its whole five seconds.
 // Prints one figure a line.
 
 #include "ConstraintNode.h"
 #include "JointNode.h"
 #include "JointSolver.h"
 #include "MathUtils.h"
+#include "RagdollCheck.h"
 #include "RagdollFixture.h"
 #include "RigidBodyNode.h"
 #include "SolverNode.h"
@@ -336,6 +339,13 @@ int main()
     std::printf("bodies_apart_after_1_frame_mm %.3f\n", apartAfterFrame);
     std::printf("bodies_apart_after_1_second_mm %.3f\n", millimetresApart(solver, raw));
     one.stopSimulation();
+
+    const auto dropStart = std::chrono::steady_clock::now();
+    const RagdollCheck::DropTest drop = RagdollCheck::dropTest(one);
+    const std::chrono::duration<double, std::milli> dropTime = std::chrono::steady_clock::now() - dropStart;
+    std::printf("drop_test_ms %.1f\n", dropTime.count());
+    std::printf("drop_test_worst_limit_degrees %.2f\n", drop.worstLimitDegrees);
+    std::printf("drop_test_worst_separation_mm %.2f\n", drop.worstSeparation * 1000.0);
 
     std::printf("frames_timed %d\n", kFrames);
     int fits = 0, misses = 0;

@@ -1,25 +1,13 @@
 #include "DistanceConstraint.h"
 
-#include <LinearMath/btIDebugDraw.h>
 #include <btBulletDynamicsCommon.h>
 
 namespace Zento {
 
-// A type of our own, which Bullet's debug drawing passes over.
 DistanceConstraint::DistanceConstraint(btRigidBody& a, btRigidBody& b, const btVector3& anchorInA,
                                        const btVector3& anchorInB, const SeparationBounds& bounds)
-    : btTypedConstraint(MAX_CONSTRAINT_TYPE, a, b), mAnchorInA(anchorInA), mAnchorInB(anchorInB), mBounds(bounds)
+    : OwnConstraint(a, b, anchorInA, anchorInB), mBounds(bounds)
 {
-}
-
-btVector3 DistanceConstraint::anchorA() const
-{
-    return m_rbA.getCenterOfMassTransform() * mAnchorInA;
-}
-
-btVector3 DistanceConstraint::anchorB() const
-{
-    return m_rbB.getCenterOfMassTransform() * mAnchorInB;
 }
 
 btScalar DistanceConstraint::distance() const
@@ -47,9 +35,9 @@ void DistanceConstraint::getInfo2(btConstraintInfo2* info)
     mBounds.fillRows(*info, 0, motion, m_rbA, m_rbB);
 }
 
-void DistanceConstraint::draw(btIDebugDraw& drawer) const
+btVector3 DistanceConstraint::color() const
 {
-    drawer.drawLine(anchorA(), anchorB(), btVector3(1, 1, 0));
+    return btVector3(1, 1, 0);
 }
 
 } // namespace Zento

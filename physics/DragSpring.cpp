@@ -13,12 +13,17 @@ constexpr btScalar kMostMixing = 0.5f;
 
 } // namespace
 
-// A type of our own, which Bullet's debug drawing passes over.
 DragSpring::DragSpring(btRigidBody& handle, btRigidBody& body, const btVector3& anchorInHandle,
                        const btVector3& anchorInBody, btScalar stiffness, btScalar damping, btScalar forceLimit)
-    : btTypedConstraint(MAX_CONSTRAINT_TYPE, handle, body), mAnchorInHandle(anchorInHandle),
-      mAnchorInBody(anchorInBody), mStiffness(stiffness), mDamping(damping), mForceLimit(forceLimit)
+    : OwnConstraint(handle, body, anchorInHandle, anchorInBody), mStiffness(stiffness), mDamping(damping),
+      mForceLimit(forceLimit)
 {
+}
+
+// The hand's pull in the colour of a selection, apart from the joints.
+btVector3 DragSpring::color() const
+{
+    return btVector3(1, 0.5f, 0);
 }
 
 void DragSpring::getInfo1(btConstraintInfo1* info)
@@ -29,8 +34,8 @@ void DragSpring::getInfo1(btConstraintInfo1* info)
 
 void DragSpring::getInfo2(btConstraintInfo2* info)
 {
-    const btVector3 armA = m_rbA.getCenterOfMassTransform().getBasis() * mAnchorInHandle;
-    const btVector3 armB = m_rbB.getCenterOfMassTransform().getBasis() * mAnchorInBody;
+    const btVector3 armA = m_rbA.getCenterOfMassTransform().getBasis() * mAnchorInA;
+    const btVector3 armB = m_rbB.getCenterOfMassTransform().getBasis() * mAnchorInB;
     const btVector3 offset = m_rbB.getCenterOfMassPosition() + armB - m_rbA.getCenterOfMassPosition() - armA;
     // The implicit spring and damper over one step h: the anchors close the
     // fraction erp of their offset, and an impulse P gives way by the

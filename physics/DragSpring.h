@@ -1,6 +1,6 @@
 #pragma once
 
-#include <BulletDynamics/ConstraintSolver/btTypedConstraint.h>
+#include "OwnConstraint.h"
 
 namespace Zento {
 
@@ -9,7 +9,7 @@ namespace Zento {
 // axis. It is solved implicitly, as a soft joint, so that a stiff spring
 // stays stable at any step; the damper acts on the anchors' relative
 // velocity, so that a body moving with the cursor is not held back.
-class DragSpring : public btTypedConstraint {
+class DragSpring : public OwnConstraint {
 public:
     // Anchors in the frames of the bodies' centres of mass, in metres;
     // stiffness in newtons per metre, damping in newton seconds per metre,
@@ -19,13 +19,10 @@ public:
 
     void getInfo1(btConstraintInfo1* info) override;
     void getInfo2(btConstraintInfo2* info) override;
-    // The spring is fixed at construction; Bullet's generic parameters do not apply.
-    void setParam(int, btScalar, int) override {}
-    btScalar getParam(int, int) const override { return 0; }
 
 private:
-    btVector3 mAnchorInHandle;
-    btVector3 mAnchorInBody;
+    btVector3 color() const override;
+
     btScalar mStiffness;
     btScalar mDamping;
     btScalar mForceLimit;

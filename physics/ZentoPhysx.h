@@ -11,6 +11,7 @@
 #include <Imath/ImathVec.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -82,6 +83,22 @@ public:
     static constexpr double kRollingResistance = 0.2;
     static constexpr double kSpinningResistance = 0.1;
 
+    // The smallest size a shape is given, in metres: zero or denormal sizes
+    // would leave Bullet with no volume to push against.
+    static constexpr float kMinimumSize = 1e-4f;
+
+    // What the simulation makes of a body record at its world scale: the
+    // shape's smallest width across in metres, whether a size had to be
+    // raised to kMinimumSize (a zero size), and the mass in kilograms that a
+    // dynamic body of it gets (0 when it can have none). Empty for a mesh
+    // shape and sizes that are not finite.
+    struct BodyMeasure {
+        double thickness = 0.0;
+        bool raisedToMinimum = false;
+        double mass = 0.0;
+    };
+    static std::optional<BodyMeasure> measure(const RigidBodyAttributes& attributes, double sceneScale);
+
     void init();
     void initScene();
 
@@ -120,6 +137,23 @@ public:
     // finite is frozen where it last was, and named once in frozenBodies.
     void stepPhysics();
 
+    // Moves every body but the planes by the offset, in scene units, with the
+    // kinematic bodies' targets: the scene lifted off its grounds.
+    void moveBodies(const Imath::V3f& offset);
+    // The lowest point of every body but the planes along the unit direction
+    // up, in scene units; empty without such a body.
+    std::optional<float> lowestPoint(const Imath::V3f& up) const;
+    // The pairs of bodies, by id, whose shapes overlap deeper than depth
+    // metres at their current poses, among the pairs that the collision
+    // filter lets touch (pools, aggregates, joints without "enableCollision").
+    struct Overlap {
+        unsigned long long first = 0;
+        unsigned long long second = 0;
+        // How deep the shapes overlap, metres.
+        double depth = 0.0;
+    };
+    std::vector<Overlap> overlappingBodies(double depth);
+
     // The joints in the order they were added.
     std::vector<RigidBodyConstraint*> constraints() const;
     // The debug drawing of the last step while the debugger is enabled.
@@ -152,6 +186,8 @@ private:
     std::vector<unsigned long long> joinedTo(unsigned long long id) const;
     // The solver iterations of every joint on those bodies; -1 for the world's.
     void setJointIterations(unsigned long long id, int iterations);
+    // Whether a hand's drag pulls on a body.
+    bool isDragged() const;
     std::vector<Travel> kinematicTravels() const;
     void wakeBodiesJoinedTo(const std::vector<Travel>& travels);
     void guardActors();

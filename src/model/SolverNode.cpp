@@ -126,6 +126,7 @@ bool SolverNode::skipsRendering() const
 void SolverNode::start(const NodeMap& nodes)
 {
     bodies.clear();
+    constraints.clear();
     mBodyIndex.clear();
     dragBodyHandle = nullptr;
     dragConstraint = nullptr;
@@ -162,8 +163,7 @@ void SolverNode::applySettings()
     passOnOverride(attributes, "solverOffsetSlope", [this](double v) { physics.setSolverOffsetSlop(v); });
     passOnOverride(attributes, "bounceThresholdVelocity", [this](double v) { physics.setBounceThresholdVelocity(v); });
 
-    // The physics frame rate, not linked to the playback timer.
-    physics.setFps(25.0);
+    physics.setFps(kFrameRate);
     passOn<bool>(attributes, "enableDebugger", [this](bool enable) { physics.enablePvd(enable); });
     passOn<double>(attributes, "sceneScale", [this](double scale) { physics.setScale(scale); });
 }
@@ -176,18 +176,8 @@ std::unordered_map<int, std::vector<int>> SolverNode::addBodies(const NodeMap& n
         if (node.typeId() != RigidBodyNode::kTypeId)
             continue;
         RigidBodyAttributes record;
-        if (!record.deserialise(&node.attributes))
+        if (!bodyRecord(node, record))
             continue;
-        record.rotatePivot = V3f(node.pivot);
-        record.scalePivot = V3f(node.pivot);
-        record.worldMatrix = M44f(node.worldMatrix());
-        M44f world = record.worldMatrix;
-        V3f shear;
-        Imath::Eulerf rotation(Imath::Eulerf::XYZ);
-        // A world matrix with a zero scale gives no pose to start from.
-        if (!ZentoCore::extractSHRT(world, record.scale, shear, rotation, record.translation))
-            continue;
-        record.rotation = rotation.toQuat();
         if (!record.active || record.type >= RigidBodyAttributes::ConvexMesh)
             continue;
 
@@ -206,6 +196,23 @@ std::unordered_map<int, std::vector<int>> SolverNode::addBodies(const NodeMap& n
             aggregates[record.aggregate].push_back(static_cast<int>(body->id & 0xffffffffu));
     }
     return aggregates;
+}
+
+bool SolverNode::bodyRecord(const BaseNode& node, RigidBodyAttributes& record)
+{
+    if (!record.deserialise(&node.attributes))
+        return false;
+    record.rotatePivot = V3f(node.pivot);
+    record.scalePivot = V3f(node.pivot);
+    record.worldMatrix = M44f(node.worldMatrix());
+    M44f world = record.worldMatrix;
+    V3f shear;
+    Imath::Eulerf rotation(Imath::Eulerf::XYZ);
+    // A world matrix with a zero scale gives no pose to start from.
+    if (!ZentoCore::extractSHRT(world, record.scale, shear, rotation, record.translation))
+        return false;
+    record.rotation = rotation.toQuat();
+    return true;
 }
 
 RigidBody* SolverNode::bodyOf(const BaseNode& node)
@@ -243,7 +250,9 @@ void SolverNode::addConstraints(const NodeMap& nodes)
 
         for (int drive = 0; drive < RigidBodyConstraintAttributes::DriveCount; ++drive)
             record.drives[drive].deserialise(node.attributes, RigidBodyConstraintAttributes::kDrivePrefixes[drive]);
-        physics.addRigidBodyConstraint(record.name, record, parent, parentFrame, child, childFrame, false);
+        if (Zento::RigidBodyConstraint* joint =
+                physics.addRigidBodyConstraint(record.name, record, parent, parentFrame, child, childFrame, false))
+            constraints.push_back({entry.second, joint});
     }
 }
 
@@ -302,6 +311,7 @@ std::vector<BaseNode*> SolverNode::writeBack()
 std::vector<BaseNode*> SolverNode::stop()
 {
     physics.release();
+    constraints.clear();
     dragBodyHandle = nullptr;
     dragConstraint = nullptr;
     std::vector<BaseNode*> restored;

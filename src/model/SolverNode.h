@@ -15,6 +15,9 @@ class SolverNode : public BaseNode {
 public:
     static constexpr int kTypeId = 5;
     static constexpr const char* kPath = "/Solver";
+    // Frames of the physics per second: each step advances 1/kFrameRate
+    // seconds, whatever the playback timer does.
+    static constexpr double kFrameRate = 25.0;
 
     // A body node's local transform before the start.
     struct RestPose {
@@ -38,6 +41,12 @@ public:
     std::vector<BaseNode*> writeBack();
     // Puts the bodies back where they were at the start; returns those nodes.
     std::vector<BaseNode*> stop();
+    // The physics record of a body node as the simulation takes it: its
+    // attributes, with its world pose (scale, rotation and translation in
+    // scene units) and pivots. False when the attributes make no record or
+    // the world matrix gives no pose (a zero scale).
+    static bool bodyRecord(const BaseNode& node, Zento::RigidBodyAttributes& record);
+
     // Joins a kinematic body at the world point to the body of the node.
     void grab(const BaseNode& body, const Imath::V3f& grabPoint);
     void drag(const Imath::V3f& point);
@@ -64,6 +73,13 @@ public:
         bool parentMoves = false;
     };
     std::vector<SimulatedBody> bodies;
+    // A constraint node handed to the physics, with the joint made of it,
+    // from the start until stop, which drops the joints with the physics.
+    struct SimulatedConstraint {
+        std::shared_ptr<BaseNode> node;
+        Zento::RigidBodyConstraint* joint = nullptr;
+    };
+    std::vector<SimulatedConstraint> constraints;
     Zento::RigidBody* dragBodyHandle = nullptr;
     Zento::RigidBodyConstraint* dragConstraint = nullptr;
 

@@ -326,22 +326,11 @@ struct RagdollScene {
         return depths;
     }
 
-    // Of a capsule of density times its volume, in kilograms.
-    static double mass(const BaseNode& body)
-    {
-        const V3d dimension = body.attributes.typedEntry<V3d>("dimension")->get() * kScale;
-        const double density = body.attributes.typedEntry<double>("density")->get();
-        return density * M_PI * dimension.x * dimension.x * (2.0 * dimension.y + 4.0 / 3.0 * dimension.x);
-    }
-
-    // Of the joints between bodies of at least the lightest mass, in
-    // kilograms. Euler angles x, y, z in turn: twist first, then the two swings.
-    Worst worst(double lightest = 0.0) const
+    // Of every joint. Euler angles x, y, z in turn: twist first, then the two swings.
+    Worst worst() const
     {
         Worst worst;
         for (const Joint& joint : joints) {
-            if (mass(*joint.parent) < lightest || mass(*joint.child) < lightest)
-                continue;
             const M44d parent = joint.parentFrame * joint.parent->worldMatrix();
             const M44d child = joint.childFrame * joint.child->worldMatrix();
             const Imath::Eulerd angles(rotationOnly(child) * rotationOnly(parent).transposed(), Imath::Eulerd::XYZ);
@@ -437,20 +426,10 @@ TEST(Simulation, AHumanRagdollDroppedInAnyOrientationFallsAsleepStillAndWithinIt
 
 TEST(Simulation, AHandDraggedFastPullsItsRagdollAlongAndItsJointsHold)
 {
-    // The joints' worst while the hand is dragged and held: with "TGS" within
-    // 15 degrees and 2 cm; with "PGS", fewer iterations a sub-step for a
-    // hand of 0.8 g on a forearm of 140 g and arms on a spine of 30 g, within
-    // 30 degrees and 3 cm, and 5 cm for the thumbs and fingers of 0.4 to 2 g.
-    // Joints between bodies of 10 g and more, and all.
-    struct Bounds {
-        int type;
-        double beyond;
-        double limbsApart;
-        double apart;
-    };
-    const Bounds solvers[] = {{ZentoPhysx::PGS, 30.0, 0.03, 0.05}, {ZentoPhysx::TGS, 15.0, 0.02, 0.02}};
-    for (const Bounds& bounds : solvers) {
-        const int type = bounds.type;
+    // The joints' worst while the hand (0.8 g, on a forearm of 140 g) is
+    // dragged and held, down to the thumbs and fingers of 0.4 to 2 g: within
+    // 15 degrees and 2 cm with either solver.
+    for (const int type : {ZentoPhysx::PGS, ZentoPhysx::TGS}) {
         RagdollScene ragdoll(1, type);
         ragdoll.place(0, Imath::Eulerd(M_PI / 2, 0, 0.3), 0.5);
         ragdoll.start();
@@ -463,15 +442,13 @@ TEST(Simulation, AHandDraggedFastPullsItsRagdollAlongAndItsJointsHold)
 
         // 3 m up and aside at 10 m/s, 0.4 m a frame; held 2 s; released for 2 s.
         const V3d step = V3d(0.6, 0.8, 0.0) * (0.4 / RagdollScene::kScale);
-        constexpr double kLimb = 0.01;
-        RagdollScene::Worst worst, limbs;
+        RagdollScene::Worst worst;
         double fastest = 0.0;
         constexpr double kSteps = 7.5;
         for (int frame = 1; frame <= 3 * kFps; ++frame) {
             ragdoll.scene.graph.dragBody(Imath::V3f(start + step * std::min(double(frame), kSteps)));
             ragdoll.scene.graph.stepSimulation();
             worst.include(ragdoll.worst());
-            limbs.include(ragdoll.worst(kLimb));
             fastest = std::max(fastest, ragdoll.fastest());
         }
         const double held = (worldPosition(**hand) - (start + step * kSteps)).length() * RagdollScene::kScale;
@@ -482,9 +459,8 @@ TEST(Simulation, AHandDraggedFastPullsItsRagdollAlongAndItsJointsHold)
         }
         const std::string name = "solver type " + std::to_string(type);
         EXPECT_LE(held, 0.3) << name << ": the hand hangs near the cursor";
-        EXPECT_LE(worst.beyond, bounds.beyond) << name;
-        EXPECT_LE(limbs.apart, bounds.limbsApart) << name;
-        EXPECT_LE(worst.apart, bounds.apart) << name;
+        EXPECT_LE(worst.beyond, 15.0) << name;
+        EXPECT_LE(worst.apart, 0.02) << name;
         EXPECT_LE(ragdoll.worst().beyond, 3.0) << name;
         EXPECT_LE(ragdoll.worst().apart, 0.01) << name;
         EXPECT_LE(fastest, kFastest) << name;

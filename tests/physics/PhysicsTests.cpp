@@ -411,11 +411,21 @@ TEST(PhysicsScene, ADragPullsWithAtMostItsAccelerationTimesTheMassJoinedToTheBod
     ASSERT_NE(scene.physics.addDrag("drag", handle, first, V3f(0, 0, 0), settings), nullptr);
     handle->kinematicTarget = V3f(100, 5, 0);
     constexpr double kSeconds = 0.2;
+    scene.physics.enablePvd(true);
     scene.run(kSeconds);
+    // The pull shows in the debug drawing: a line from the grab point, carried
+    // by the handle from the body's centre, to the body.
+    const auto pull = std::find_if(scene.physics.debugLines().begin(), scene.physics.debugLines().end(),
+                                   [&](const Zento::DebugLine& line) {
+                                       return line.from.equalWithAbsError(position(*handle) - V3f(0, 5, 0), 1e-3f)
+                                           && line.to.equalWithAbsError(position(*first), 1e-3f);
+                                   });
+    EXPECT_NE(pull, scene.physics.debugLines().end());
     // The joined balls turn about their centre of mass, which the limit's
     // acceleration carries along; the second ball weighs eight times the
-    // first. Bullet's steps move by the speed at their end: a h^2 n (n + 1) / 2.
-    constexpr int kSteps = 50;
+    // first. Bullet's steps move by the speed at their end: a h^2 n (n + 1) / 2,
+    // over ten sub-steps a frame, twice as many while a hand drags.
+    constexpr int kSteps = 100;
     const double step = kSeconds / kSteps;
     const double travelled = settings.acceleration * step * step * kSteps * (kSteps + 1) / 2.0;
     EXPECT_NEAR((position(*first).x + 8.0 * position(*second).x) / 9.0, travelled, 0.005 * travelled);
