@@ -16,6 +16,11 @@ constexpr const char* kMeshPivotKey = "pivot";
 constexpr const char* kMeshTranslationKey = "translation";
 constexpr const char* kMeshRotationKey = "rotation";
 constexpr const char* kMeshScaleKey = "scale";
+// Beside "geo" of a skinned mesh, and only there: for each point of "geo",
+// the name of the joint that weighs it most, as the skeleton of the same file
+// names its joints; "" for a point that no joint weighs. Files without it
+// are as good: a mesh that nothing weighs.
+constexpr const char* kMeshSkinJointsKey = "skinJoints";
 
 // Our own mesh file.
 constexpr const char* kMeshExtension = ".geos";

@@ -63,7 +63,7 @@ ZentoCore::Skeleton skeletonFromJoints(std::vector<Joint> joints, const std::str
     }
     std::unordered_map<int, ZentoCore::UniqueNames> namesByParent;
     for (Joint& joint : joints) {
-        joint.name = namesByParent[joint.parent].claim(pathElementName(joint.name, "joint"));
+        joint.name = namesByParent[joint.parent].claim(pathElementName(joint.name, kJointFallbackName));
         if (!ZentoCore::unitQuaternion(joint.rotation, joint.rotation)) {
             setError(error, cannotRead(file, "the rotation of the joint \"" + joint.name
                                                  + "\" is no rotation: its quaternion is zero or not finite"));

@@ -14,6 +14,9 @@ constexpr const char* kUsdaExtension = ".usda";
 constexpr const char* kUsdExtension = ".usd";
 constexpr const char* kUsdcExtension = ".usdc";
 
+// The name a joint takes whose own name is empty; a skin names its joints alike.
+constexpr const char* kJointFallbackName = "joint";
+
 // Every extension, with its dot, that loadSkeleton takes: ours, then the importer's.
 std::vector<std::string> skeletonExtensions();
 

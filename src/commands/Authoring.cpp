@@ -33,12 +33,6 @@ bool isBody(const BaseNode* node)
     return node && node->typeId() == RigidBodyNode::kTypeId;
 }
 
-// <joint>/<joint's short name><suffix>: where a joint keeps its body or its constraint.
-NodePath pathOnJoint(const NodePath& joint, const std::string& suffix)
-{
-    return joint.appendChild(joint.name() + suffix);
-}
-
 template <typename T>
 void setAttribute(BaseNode& node, const std::string& key, const T& value)
 {
@@ -46,7 +40,35 @@ void setAttribute(BaseNode& node, const std::string& key, const T& value)
         entry->set(value);
 }
 
-std::shared_ptr<ConstraintNode> makeConstraint(const NodePath& path, const BaseNode& childBody)
+} // namespace
+
+NodePath bodyPath(const NodePath& joint)
+{
+    return joint.appendChild(joint.name() + "_RB");
+}
+
+NodePath constraintPath(const NodePath& joint)
+{
+    return joint.appendChild(joint.name() + "_RBC");
+}
+
+std::shared_ptr<RigidBodyNode> capsuleBody(const NodePath& path, const CapsuleFit& fit, int aggregate)
+{
+    auto body = std::make_shared<RigidBodyNode>(path);
+    body->translation = fit.centre;
+    body->rotation = fit.rotation;
+    body->color = RigidBodyNode::kColor;
+    if (const auto dimension = body->attributes.typedEntry<Imath::V3d>("dimension")) {
+        dimension->get().x = fit.radius;
+        dimension->get().y = fit.halfHeight;
+    }
+    setAttribute(*body, "type", int(RigidBodyAttributes::Capsule));
+    setAttribute(*body, "state", int(RigidBodyAttributes::Dynamic));
+    setAttribute(*body, "aggregate", aggregate);
+    return body;
+}
+
+std::shared_ptr<ConstraintNode> boneConstraint(const NodePath& path, const BaseNode& childBody)
 {
     auto constraint = std::make_shared<ConstraintNode>(path);
     constraint->color = ConstraintNode::kColor;
@@ -54,8 +76,6 @@ std::shared_ptr<ConstraintNode> makeConstraint(const NodePath& path, const BaseN
     constraint->rotation = alongBone(childBody.translation);
     return constraint;
 }
-
-} // namespace
 
 CapsuleFit fitCapsule(const BaseNode& joint)
 {
@@ -104,22 +124,11 @@ std::shared_ptr<CreateNodesCommand> createRigidBodies(ZentoSceneGraph& graph, co
         const std::shared_ptr<BaseNode> joint = graph.node(name);
         if (!isJoint(joint.get()))
             continue;
-        const NodePath path = pathOnJoint(joint->path, "_RB");
+        const NodePath path = bodyPath(joint->path);
         if (path.isEmpty() || graph.nodeByPath(path))
             continue;
-        const CapsuleFit fit = fitCapsule(*joint);
-        auto body = std::make_shared<RigidBodyNode>(path);
-        body->translation = fit.centre;
-        body->color = RigidBodyNode::kColor;
-        if (const auto dimension = body->attributes.typedEntry<Imath::V3d>("dimension")) {
-            dimension->get().x = fit.radius;
-            dimension->get().y = fit.halfHeight;
-        }
-        setAttribute(*body, "type", int(RigidBodyAttributes::Capsule));
-        setAttribute(*body, "state", int(RigidBodyAttributes::Dynamic));
-        setAttribute(*body, "aggregate", 0);
         newPaths.push_back(path.string());
-        made.push_back(body);
+        made.push_back(capsuleBody(path, fitCapsule(*joint), kSelfCollisionOff));
     }
     return std::make_shared<CreateNodesCommand>(&graph, made);
 }
@@ -132,13 +141,13 @@ std::shared_ptr<CreateNodesCommand> createConstraints(ZentoSceneGraph& graph, co
         const std::shared_ptr<BaseNode> body = graph.node(name);
         if (!isBody(body.get()) || !isJoint(body->parent) || !isJoint(body->parent->parent))
             continue;
-        const NodePath path = pathOnJoint(body->parent->path, "_RBC");
+        const NodePath path = constraintPath(body->parent->path);
         // A joint holds one constraint: a second one of the same path would
         // replace the first in the scene while its joint still lists it.
         if (path.isEmpty() || graph.nodeByPath(path) || graph.nodeByPath(body->path.appendChild(path.name())))
             continue;
         newPaths.push_back(path.string());
-        made.push_back(makeConstraint(path, *body));
+        made.push_back(boneConstraint(path, *body));
     }
     if (made.empty())
         return nullptr;
@@ -155,10 +164,10 @@ std::shared_ptr<CreateNodesCommand> createPropConstraint(ZentoSceneGraph& graph,
     // A body at the top, such as a ground, has no joint to hang a constraint on.
     if (!isBody(holder.get()) || !isBody(held.get()) || !held->parent)
         return nullptr;
-    const NodePath path = pathOnJoint(held->parent->path, "_RBC");
+    const NodePath path = constraintPath(held->parent->path);
     if (path.isEmpty() || graph.nodeByPath(path))
         return nullptr;
-    std::shared_ptr<ConstraintNode> constraint = makeConstraint(path, *held);
+    std::shared_ptr<ConstraintNode> constraint = boneConstraint(path, *held);
     setAttribute(*constraint, "parentRigidBody", holder->path.string());
     newPaths.push_back(path.string());
     return std::make_shared<CreateNodesCommand>(&graph, std::vector<std::shared_ptr<BaseNode>>{constraint});

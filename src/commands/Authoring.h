@@ -11,8 +11,10 @@
 #include <vector>
 
 class BaseCommand;
+class ConstraintNode;
 class CreateNodesCommand;
 class MultiCommand;
+class RigidBodyNode;
 class ZentoSceneGraph;
 
 // The edits of a ragdoll's author as operations of the model: each takes the
@@ -23,15 +25,41 @@ class ZentoSceneGraph;
 // tested without a window.
 namespace Authoring {
 
-// A capsule fitted to a joint from its children alone: half way from the
-// joint to the mean of its children's local translations, as long as the
-// box of the joint and its children along its longest side. Scene units.
+// A capsule on a joint, in the joint's local space (scene units): its
+// centre, the turn that lays its long axis (x) where it lies, its radius and
+// the half height of its cylinder between the two caps.
 struct CapsuleFit {
     Imath::V3d centre{0.0, 0.0, 0.0};
+    Imath::Eulerd rotation{0.0, 0.0, 0.0, Imath::Eulerd::XYZ};
     double radius = 0.0;
     double halfHeight = 0.0;
 };
+
+// A capsule fitted to a joint from its children alone: half way from the
+// joint to the mean of its children's local translations, as long as the
+// box of the joint and its children along its longest side, unturned.
 CapsuleFit fitCapsule(const BaseNode& joint);
+
+// Where a joint keeps its body and its constraint: <joint>/<short name>_RB
+// and <joint>/<short name>_RBC; the ragdoll file finds them by these names.
+// The empty path for a name that cannot stand in a path.
+ZentoCore::NodePath bodyPath(const ZentoCore::NodePath& joint);
+ZentoCore::NodePath constraintPath(const ZentoCore::NodePath& joint);
+
+// The "aggregate" of a body: bodies of kSelfCollisionOff do not collide with
+// each other, those of kNoAggregate collide with every body.
+constexpr int kSelfCollisionOff = 0;
+constexpr int kNoAggregate = -1;
+
+// A new dynamic capsule body at path, placed and sized by fit, in the body
+// colour and the given aggregate (createRigidBodies: kSelfCollisionOff). Not
+// in the scene.
+std::shared_ptr<RigidBodyNode> capsuleBody(const ZentoCore::NodePath& path, const CapsuleFit& fit, int aggregate);
+
+// A new D6 constraint at path whose twist axis (x) lies along the child
+// body's local translation, every motion locked, as createConstraints makes
+// it. Not in the scene.
+std::shared_ptr<ConstraintNode> boneConstraint(const ZentoCore::NodePath& path, const BaseNode& childBody);
 
 // The rotation that lays a constraint's x axis (its twist axis) along a
 // body's local translation, in the default rotation order; the identity for

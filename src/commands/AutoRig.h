@@ -34,7 +34,8 @@ struct Result {
 
 // Builds the ragdoll on the skeleton whose root joint is at skeletonRoot. With
 // skin (the paths of mesh nodes, standing at the bind pose in the skeleton's
-// space) each capsule's radius comes from the vertices that its bone
+// space, or of groups holding them, such as "/Skin"; a mesh named twice counts
+// once) each capsule's radius comes from the vertices that its bone
 // influences most; without, from the bone's length. Returns the command that
 // makes it all, for the caller to push or run, and in result what it will
 // make; null, with the reason in error, when the skeleton has no bone.

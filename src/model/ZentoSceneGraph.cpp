@@ -124,12 +124,26 @@ void ZentoSceneGraph::addNodes(const std::vector<NewNode>& added)
 
 void ZentoSceneGraph::createSolver()
 {
-    auto solver = std::make_shared<SolverNode>(NodePath(SolverNode::kPath));
-    solver->active = false;
+    const std::shared_ptr<BaseNode> solver = newSolver();
     nodes[solver->path] = solver;
 }
 
+std::shared_ptr<BaseNode> ZentoSceneGraph::newSolver()
+{
+    auto solver = std::make_shared<SolverNode>(NodePath(SolverNode::kPath));
+    solver->active = false;
+    return solver;
+}
+
 std::vector<std::string> ZentoSceneGraph::createGround()
+{
+    const std::shared_ptr<BaseNode> ground = newGround();
+    const std::string name = ground->path.string();
+    addNode(ground, "");
+    return {name, name};
+}
+
+std::shared_ptr<BaseNode> ZentoSceneGraph::newGround() const
 {
     std::string name = "/Ground";
     for (int number = 1; node(name); ++number)
@@ -141,10 +155,7 @@ std::vector<std::string> ZentoSceneGraph::createGround()
         axis->set(Zento::RigidBodyAttributes::AxisY);
     // The plane is two units wide: the scale sizes it.
     ground->scale = Imath::V3d(10.0, 10.0, 10.0);
-    std::vector<std::string> result = {name};
-    addNode(ground, "");
-    result.push_back(name);
-    return result;
+    return ground;
 }
 
 std::shared_ptr<BaseNode> ZentoSceneGraph::removeNode(const NodePath& path)

@@ -50,8 +50,13 @@ public:
     void addNodes(const std::vector<NewNode>& nodes);
     // Puts the one solver node at "/Solver", as every scene has it.
     void createSolver();
+    // The solver node that createSolver puts in, not yet in the scene.
+    static std::shared_ptr<BaseNode> newSolver();
     // A ground plane at "/Ground", "/Ground1", ...: the new path, given twice.
     std::vector<std::string> createGround();
+    // The ground plane that createGround would add, at the first free name,
+    // not yet in the scene.
+    std::shared_ptr<BaseNode> newGround() const;
     // Takes the node out of the map and its parent's children; its own parent
     // and children pointers stay, since undo puts it back with them.
     std::shared_ptr<BaseNode> removeNode(const ZentoCore::NodePath& path);

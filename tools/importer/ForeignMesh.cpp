@@ -3,6 +3,8 @@
 #include "AssimpScene.h"
 #include "LoaderFiles.h"
 #include "MeshLoader.h"
+#include "SkeletonLoader.h"
+#include "TypedArrayMetadata.h"
 #include "UniqueNames.h"
 
 #include <assimp/Importer.hpp>
@@ -15,10 +17,12 @@ namespace {
 using ZentoCore::MapMetadata;
 using ZentoUtils::Mesh;
 
-// The points and normals of a mesh, one per vertex, in its node's space.
+// The points and normals of a mesh, one per vertex, in its node's space,
+// and the name of the joint that weighs each vertex most.
 struct Vertices {
     std::vector<Imath::V3f> points;
     std::vector<Imath::V3f> normals; // empty when the mesh has none
+    std::vector<std::string> joints; // "" for a vertex no bone weighs; empty for a mesh without bones
 };
 
 // A skinned mesh is placed at its bind pose, in the space of the skeleton
@@ -29,7 +33,8 @@ struct Vertices {
 // of their sum, as skinning in the tools that write these files does: files
 // whose weights add up to 0.95 or to 1.4 would otherwise shrink or swell the
 // skin. A vertex that no bone weighs, as every vertex of an unskinned mesh,
-// stays where its node puts it.
+// stays where its node puts it. Each vertex's joint is named as the skeleton
+// of the same file names it, so that the two meet.
 Vertices placedVertices(const aiScene& scene, const aiMesh& mesh, const Imath::M44d& toNode)
 {
     Vertices out;
@@ -44,11 +49,14 @@ Vertices placedVertices(const aiScene& scene, const aiMesh& mesh, const Imath::M
     std::vector<Imath::V3d> points(count, Imath::V3d(0.0));
     std::vector<Imath::V3d> normals(count, Imath::V3d(0.0));
     std::vector<double> weights(count, 0.0);
+    std::vector<double> heaviest(count, 0.0);
+    out.joints.assign(count, std::string());
     for (unsigned int b = 0; b < mesh.mNumBones; ++b) {
         const aiBone& bone = *mesh.mBones[b];
         const aiNode* joint = scene.mRootNode->FindNode(bone.mName);
         if (!joint)
             continue; // a bone of no node: it moves nothing
+        const std::string jointName = pathElementName(bone.mName.C_Str(), kJointFallbackName);
         const Imath::M44d bind = toImath(bone.mOffsetMatrix) * worldMatrix(joint);
         for (unsigned int w = 0; w < bone.mNumWeights; ++w) {
             const unsigned int v = bone.mWeights[w].mVertexId;
@@ -63,6 +71,10 @@ Vertices placedVertices(const aiScene& scene, const aiMesh& mesh, const Imath::M
                 normals[v] += weight * placed;
             }
             weights[v] += weight;
+            if (weight > heaviest[v]) {
+                heaviest[v] = weight;
+                out.joints[v] = jointName;
+            }
         }
     }
     for (unsigned int v = 0; v < count; ++v) {
@@ -114,9 +126,11 @@ void appendMesh(const aiMesh& in, const Vertices& vertices, bool withNormals, bo
 }
 
 // All meshes of a node as one; normals and uvs only when every mesh has them,
-// so that they stay one per face corner. False, with the reason, for a skin
-// that cannot be brought into its node's space.
-bool nodeMesh(const aiScene& scene, const aiNode& node, Mesh& out, std::string& reason)
+// so that they stay one per face corner; for a skinned node, in skinJoints,
+// each point's joint. False, with the reason, for a skin that cannot be
+// brought into its node's space.
+bool nodeMesh(const aiScene& scene, const aiNode& node, Mesh& out, std::vector<std::string>& skinJoints,
+              std::string& reason)
 {
     Imath::M44d toNode;
     if (isSkinned(scene, node)) {
@@ -149,9 +163,15 @@ bool nodeMesh(const aiScene& scene, const aiNode& node, Mesh& out, std::string& 
         out.normals.reserve(corners);
     if (withUvs)
         out.uvs.reserve(corners);
+    const bool skinned = isSkinned(scene, node);
     for (unsigned int m = 0; m < node.mNumMeshes; ++m) {
         const aiMesh& mesh = *scene.mMeshes[node.mMeshes[m]];
-        appendMesh(mesh, placedVertices(scene, mesh, toNode), withNormals, withUvs, out);
+        const Vertices vertices = placedVertices(scene, mesh, toNode);
+        appendMesh(mesh, vertices, withNormals, withUvs, out);
+        if (skinned)
+            skinJoints.insert(skinJoints.end(), vertices.joints.begin(), vertices.joints.end());
+        if (skinned && vertices.joints.empty())
+            skinJoints.resize(out.points.size());
     }
     return true;
 }
@@ -181,9 +201,12 @@ std::shared_ptr<MapMetadata> nodeTree(const aiScene& scene, const aiNode& node, 
     if (hasUsableMeshes(scene, node)) {
         // Filled where it stays: a mesh can be large.
         auto geo = std::make_shared<ZentoCore::MetadataImpl<Mesh>>();
-        if (!nodeMesh(scene, node, geo->get(), reason))
+        auto skinJoints = std::make_shared<ZentoCore::TypedArrayMetadata<std::string>>();
+        if (!nodeMesh(scene, node, geo->get(), skinJoints->get(), reason))
             return nullptr;
         tree->insertEntry(kMeshGeoKey, geo);
+        if (!skinJoints->get().empty())
+            tree->insertEntry(kMeshSkinJointsKey, skinJoints);
     }
     auto children = std::make_shared<MapMetadata>();
     ZentoCore::UniqueNames names;
