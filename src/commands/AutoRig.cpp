@@ -42,9 +42,9 @@
 // An owner's capsule lies along the principal axis of its own place and the
 // points it reaches, from end to end, caps included; on a plain bone that is
 // the bone. Its constraint holds on to the body of its parent's owner, which
-// "parentRigidBody" names when a merged joint lies between them. The lighter
-// of two jointed bodies is thickened to within about 10 to 1 of the other's
-// mass. The bodies collide with each other but for jointed pairs, so capsules
+// "parentRigidBody" names when a merged joint lies between them. Two jointed
+// bodies are brought within 10 to 1 of each other's mass by thickening the
+// lighter or thinning the heavier. The bodies collide with each other but for jointed pairs, so capsules
 // of colliding pairs that would overlap in the bind pose are cut back or
 // thinned until they do not.
 namespace AutoRig {
@@ -324,29 +324,6 @@ bool shortenFromStart(Capsule& capsule, double share)
     return true;
 }
 
-// Proportional to a capsule's mass: its volume over pi.
-double volumeOf(const Capsule& capsule)
-{
-    return capsule.radius * capsule.radius * (capsule.length() - 2.0 / 3.0 * capsule.radius);
-}
-
-// Thickens the lighter body of each jointed pair, a little at a time, until
-// the two come within kMostMassRatio or its caps meet.
-void balanceMasses(std::vector<Capsule>& capsules)
-{
-    constexpr double kGrowth = 1.02;
-    for (Capsule& capsule : capsules) {
-        if (capsule.parent < 0)
-            continue;
-        Capsule& parent = capsules[capsule.parent];
-        Capsule& lighter = volumeOf(capsule) < volumeOf(parent) ? capsule : parent;
-        const Capsule& heavier = &lighter == &capsule ? parent : capsule;
-        const double most = kMostRadius * lighter.length();
-        while (volumeOf(heavier) > kMostMassRatio * volumeOf(lighter) && lighter.radius < most)
-            lighter.radius = std::min(most, lighter.radius * kGrowth);
-    }
-}
-
 // Thins a capsule by share, to no less than the least radius its length
 // allows; false when it is that thin already.
 bool thin(Capsule& capsule, double share)
@@ -356,6 +333,37 @@ bool thin(Capsule& capsule, double share)
         return false;
     capsule.radius = std::max(least, capsule.radius * share);
     return true;
+}
+
+// Proportional to a capsule's mass: its volume over pi.
+double volumeOf(const Capsule& capsule)
+{
+    return capsule.radius * capsule.radius * (capsule.length() - 2.0 / 3.0 * capsule.radius);
+}
+
+// Brings each jointed pair within kMostMassRatio, a little at a time: the
+// lighter body is thickened as far as its length allows (with mayThicken;
+// once colliding bodies are apart, thickening could make them meet again),
+// then the heavier thinned as far as its own allows. A body has several
+// neighbours, so the pairs are gone over a few times.
+void balanceMasses(std::vector<Capsule>& capsules, bool mayThicken)
+{
+    constexpr double kGrowth = 1.02;
+    constexpr int kRounds = 4;
+    for (int round = 0; round < kRounds; ++round)
+        for (Capsule& capsule : capsules) {
+            if (capsule.parent < 0)
+                continue;
+            Capsule& parent = capsules[capsule.parent];
+            Capsule& lighter = volumeOf(capsule) < volumeOf(parent) ? capsule : parent;
+            Capsule& heavier = &lighter == &capsule ? parent : capsule;
+            const double most = mayThicken ? kMostRadius * lighter.length() : lighter.radius;
+            while (volumeOf(heavier) > kMostMassRatio * volumeOf(lighter) && lighter.radius < most)
+                lighter.radius = std::min(most, lighter.radius * kGrowth);
+            while (volumeOf(heavier) > kMostMassRatio * volumeOf(lighter))
+                if (!thin(heavier, 1.0 / kGrowth))
+                    break;
+        }
 }
 
 // Separates two colliding capsules that overlap, a little at a time.
@@ -667,8 +675,9 @@ std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& sk
     std::string reason;
     if (!fitToSkin(graph, skin, joints, capsules, reason))
         return refuse(error, "Cannot fit the ragdoll to the skin: " + reason + ".");
-    balanceMasses(capsules);
+    balanceMasses(capsules, true);
     separateCapsules(capsules);
+    balanceMasses(capsules, false);
 
     std::vector<std::shared_ptr<BaseNode>> made;
     if (!makeRagdollNodes(graph, joints, capsules, made, result, reason))
