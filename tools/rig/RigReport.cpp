@@ -15,11 +15,6 @@ const char* severityName(RagdollCheck::Severity severity)
     return severity == RagdollCheck::Severity::Error ? "error" : "warning";
 }
 
-std::string counted(size_t count, const char* noun)
-{
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
-
 std::string fixed(double value, int decimals)
 {
     char text[64];
@@ -56,12 +51,18 @@ QJsonObject dropTestObject(const RagdollCheck::DropTest& test)
 
 } // namespace
 
+std::string counted(size_t count, const char* one, const char* many)
+{
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 std::string text(const std::vector<RagdollCheck::Finding>& findings, const RagdollCheck::DropTest* dropTest)
 {
     size_t errors = 0;
     for (const RagdollCheck::Finding& finding : findings)
         errors += finding.severity == RagdollCheck::Severity::Error;
-    std::string out = counted(errors, "error") + ", " + counted(findings.size() - errors, "warning") + "\n";
+    std::string out = counted(errors, "error", "errors") + ", "
+        + counted(findings.size() - errors, "warning", "warnings") + "\n";
     for (const RagdollCheck::Finding& finding : findings)
         out += std::string("  ") + severityName(finding.severity) + ": " + finding.message + "\n";
     if (dropTest)

@@ -9,6 +9,9 @@
 // or one JSON object for a script.
 namespace RigReport {
 
+// "1 body", "2 bodies".
+std::string counted(size_t count, const char* one, const char* many);
+
 // "1 error, 2 warnings" and an indented line for each finding and for the
 // drop test, each ended by a newline; dropTest null when none was run.
 std::string text(const std::vector<RagdollCheck::Finding>& findings, const RagdollCheck::DropTest* dropTest);

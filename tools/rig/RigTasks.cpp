@@ -1,5 +1,6 @@
 #include "RigTasks.h"
 
+#include "Authoring.h"
 #include "AutoRig.h"
 #include "BaseCommand.h"
 #include "CharacterImport.h"
@@ -125,8 +126,9 @@ Outcome build(const std::string& skeleton, const std::string& skin, bool skinned
     if (!command)
         return failed(error);
     command->execute();
-    std::string text = std::to_string(result.bodies.size()) + " bodies, " + std::to_string(result.constraints.size())
-        + " constraints, " + std::to_string(result.mergedJoints.size()) + " joints merged; "
+    std::string text = RigReport::counted(result.bodies.size(), "body", "bodies") + ", "
+        + RigReport::counted(result.constraints.size(), "constraint", "constraints") + ", "
+        + RigReport::counted(result.mergedJoints.size(), "joint", "joints") + " merged; "
         + fixed(result.skeletonHeight * result.sceneScale, 2) + " m tall at " + fixed(result.sceneScale, 4)
         + " m a unit" + (meshes.empty() ? "" : ", sized by the skin");
     return saved(graph, output, text);
@@ -143,12 +145,18 @@ Outcome apply(const std::string& ragdoll, const std::string& skeleton, const std
     const std::vector<std::string> made = RagdollFile::loadRagdoll(graph, ragdoll, &error, &unmatched);
     if (made.empty())
         return failed(error);
-    const std::shared_ptr<BaseCommand> stage = AutoRig::stage(graph, root);
-    if (stage)
-        stage->execute();
-    const std::vector<std::string> bare = AutoRig::jointsWithoutBody(graph, root);
-    std::string text = std::to_string(bodiesOnJoints(graph)) + " bodies, "
-        + std::to_string(countOf(graph, ConstraintNode::kTypeId)) + " constraints applied";
+    AutoRig::Result staged;
+    const std::shared_ptr<BaseCommand> stage = AutoRig::stage(graph, root, staged, {}, &error);
+    if (!stage)
+        return failed(error);
+    stage->execute();
+    // The joints that would have a body of their own, and have none.
+    std::vector<std::string> bare;
+    for (const std::string& joint : AutoRig::bodyJoints(graph, root))
+        if (!graph.nodeByPath(Authoring::bodyPath(ZentoCore::NodePath(joint))))
+            bare.push_back(ZentoCore::NodePath(joint).name());
+    std::string text = RigReport::counted(bodiesOnJoints(graph), "body", "bodies") + ", "
+        + RigReport::counted(countOf(graph, ConstraintNode::kTypeId), "constraint", "constraints") + " applied";
     Outcome outcome = saved(graph, output, text);
     if (!unmatched.bodies.empty())
         outcome.text += "  bodies that matched no joint: " + joined(unmatched.bodies) + "\n";
@@ -196,7 +204,7 @@ Outcome exportRagdoll(const std::string& scene, const std::string& output)
         return failed("the ragdoll cannot be written to \"" + output + "\"");
     Outcome outcome;
     outcome.done = true;
-    outcome.text = std::to_string(bodies) + " bodies -> " + output + "\n";
+    outcome.text = RigReport::counted(bodies, "body", "bodies") + " -> " + output + "\n";
     return outcome;
 }
 
