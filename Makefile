@@ -31,7 +31,7 @@ bench: deps
 	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DZENTO_BUILD_TESTS=OFF -DZENTO_BUILD_BENCH=ON
 	cmake --build $(BENCH_DIR) -j $(JOBS)
 	cd $(BENCH_DIR) && ./bench/archive_bench && ./bench/loader_bench && ./bench/scene_bench \
-		&& ./bench/physics_bench && xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/render_bench \
+		&& ./bench/physics_bench && ./bench/rig_bench && xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/render_bench \
 		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/playback_bench \
 		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/editor_bench \
 		&& xvfb-run -a -s "-screen 0 1600x1200x24" ./bench/manipulator_bench

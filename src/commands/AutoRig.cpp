@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <unordered_map>
 #include <unordered_set>
@@ -651,6 +652,41 @@ std::shared_ptr<BaseCommand> refuse(std::string* error, const std::string& reaso
     return nullptr;
 }
 
+// One command that makes the nodes and gives the solver the scene scale: a
+// new solver among the nodes when the scene has none.
+std::shared_ptr<BaseCommand> withSceneScale(ZentoSceneGraph& graph, std::vector<std::shared_ptr<BaseNode>> made,
+                                            double sceneScale)
+{
+    auto group = std::make_shared<MultiCommand>(&graph);
+    if (graph.solver()) {
+        ZentoCore::MapMetadata scale;
+        scale.set("sceneScale", sceneScale);
+        group->addCommand(std::make_shared<CreateNodesCommand>(&graph, made));
+        group->addCommand(std::make_shared<ChangeAttributesCommand>(&graph, SolverNode::kPath, scale));
+    } else {
+        const std::shared_ptr<BaseNode> solver = ZentoSceneGraph::newSolver();
+        setAttribute(*solver, "sceneScale", sceneScale);
+        made.push_back(solver);
+        group->addCommand(std::make_shared<CreateNodesCommand>(&graph, made));
+    }
+    return group;
+}
+
+// The lowest point, along y in world space, of the shape a body is drawn with.
+double lowestPointOf(BaseNode& body)
+{
+    const auto geo = body.geometry()->typedEntry<ZentoUtils::Mesh>("geo");
+    const Imath::M44d world = body.worldMatrix();
+    double lowest = std::numeric_limits<double>::infinity();
+    if (geo)
+        for (const Imath::V3f& point : geo->get().points) {
+            V3d placed;
+            world.multVecMatrix(V3d(point), placed);
+            lowest = std::min(lowest, placed.y);
+        }
+    return lowest;
+}
+
 } // namespace
 
 std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& skeletonRoot,
@@ -688,19 +724,52 @@ std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& sk
     result.skeletonHeight = height;
     result.sceneScale = settings.height / height;
 
-    auto group = std::make_shared<MultiCommand>(&graph);
-    if (graph.solver()) {
-        ZentoCore::MapMetadata scale;
-        scale.set("sceneScale", result.sceneScale);
-        group->addCommand(std::make_shared<CreateNodesCommand>(&graph, made));
-        group->addCommand(std::make_shared<ChangeAttributesCommand>(&graph, SolverNode::kPath, scale));
-    } else {
-        const std::shared_ptr<BaseNode> solver = ZentoSceneGraph::newSolver();
-        setAttribute(*solver, "sceneScale", result.sceneScale);
-        made.push_back(solver);
-        group->addCommand(std::make_shared<CreateNodesCommand>(&graph, made));
-    }
-    return group;
+    return withSceneScale(graph, std::move(made), result.sceneScale);
+}
+
+std::vector<std::string> bodyJoints(ZentoSceneGraph& graph, const std::string& skeletonRoot)
+{
+    const std::shared_ptr<BaseNode> root = graph.node(skeletonRoot);
+    if (!root || root->typeId() != JointNode::kTypeId)
+        return {};
+    std::vector<RigJoint> joints = collectJoints(*root);
+    const double height = heightOf(joints);
+    if (!(height > 0.0) || !std::isfinite(height))
+        return {};
+    assignOwners(joints, height);
+    std::vector<std::string> owners;
+    for (const Capsule& capsule : fitCapsules(joints, height))
+        owners.push_back(joints[capsule.joint].node->path.string());
+    std::sort(owners.begin(), owners.end());
+    return owners;
+}
+
+std::shared_ptr<BaseCommand> stage(ZentoSceneGraph& graph, const std::string& skeletonRoot, Result& result,
+                                   const Settings& settings, std::string* error)
+{
+    result = Result();
+    const std::shared_ptr<BaseNode> root = graph.node(skeletonRoot);
+    if (!root || root->typeId() != JointNode::kTypeId)
+        return refuse(error, "There is no joint at \"" + skeletonRoot + "\" to stand on a ground.");
+    if (!(settings.height > 0.0) || !std::isfinite(settings.height))
+        return refuse(error, "The height a skeleton is taken for must be a positive number of metres.");
+    const std::vector<RigJoint> joints = collectJoints(*root);
+    const double height = heightOf(joints);
+    if (!(height > 0.0) || !std::isfinite(height))
+        return refuse(error, "The skeleton at \"" + skeletonRoot + "\" has no bone: its joints stand at one point.");
+    double lowest = joints.front().place.y;
+    for (const RigJoint& joint : joints)
+        lowest = std::min(lowest, joint.place.y);
+    for (BaseNode* node : root->descendants())
+        if (node->typeId() == RigidBodyNode::kTypeId)
+            lowest = std::min(lowest, lowestPointOf(*node));
+    const std::shared_ptr<BaseNode> ground = graph.newGround();
+    ground->translation = V3d(joints.front().place.x, lowest - kGroundClearance * height, joints.front().place.z);
+    ground->scale = V3d(kGroundSize * height);
+    result.ground = ground->path.string();
+    result.skeletonHeight = height;
+    result.sceneScale = settings.height / height;
+    return withSceneScale(graph, {ground}, result.sceneScale);
 }
 
 } // namespace AutoRig

@@ -43,4 +43,18 @@ std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& sk
                                    const std::vector<std::string>& skin, Result& result,
                                    const Settings& settings = {}, std::string* error = nullptr);
 
+// The joints at and below skeletonRoot that build gives a body: those with a
+// bone of their own, in path order; the others are merged into them. Empty
+// when there is no joint at skeletonRoot or its joints stand at one point.
+std::vector<std::string> bodyJoints(ZentoSceneGraph& graph, const std::string& skeletonRoot);
+
+// What build adds besides the ragdoll, for one put on the skeleton by other
+// means (a ragdoll file): a ground under the skeleton's lowest joint or body
+// and a solver whose scene scale makes the skeleton settings.height tall.
+// Returns the command that makes them, and in result the ground, the scale
+// and the height; null, with the reason in error, when the skeleton has no
+// height.
+std::shared_ptr<BaseCommand> stage(ZentoSceneGraph& graph, const std::string& skeletonRoot, Result& result,
+                                   const Settings& settings = {}, std::string* error = nullptr);
+
 } // namespace AutoRig

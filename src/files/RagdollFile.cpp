@@ -108,9 +108,13 @@ class Import {
 public:
     explicit Import(const ZentoSceneGraph& graph) : mGraph(graph)
     {
-        // The first node of any type, in path order, answers for its short name.
-        for (const auto& entry : graph.nodes)
+        // The first node of any type, in path order, answers for its short
+        // name, and for the name without its namespace when no node bears
+        // that name as it stands.
+        for (const auto& entry : graph.nodes) {
             mByShortName.emplace(entry.first.name(), entry.second);
+            mByBareName.emplace(RagdollFile::withoutNamespace(entry.first.name()), entry.second);
+        }
     }
 
     // The body of the joint of that short name, placed by the file's world
@@ -121,9 +125,11 @@ public:
     {
         const std::shared_ptr<BaseNode> joint = byShortName(jointName);
         const auto transform = values.typedEntry<Imath::M44d>("transform");
-        if (!joint || !transform)
+        if (!joint || !transform) {
+            mUnmatched.bodies.push_back(jointName);
             return true;
-        const NodePath path = joint->path.appendChild(jointName + "_RB");
+        }
+        const NodePath path = joint->path.appendChild(joint->path.name() + "_RB");
         if (path.isEmpty() || find(path))
             return true;
         auto body = std::make_shared<RigidBodyNode>(path);
@@ -141,22 +147,21 @@ public:
     // in the frame of the "parent" joint's body. Nothing is made when a joint
     // or the parent body is missing or the constraint exists; false when the
     // matrix gives no pose.
-    bool addConstraint(const MapMetadata& values)
+    bool addConstraint(const std::string& name, const MapMetadata& values)
     {
         const auto parentName = values.typedEntry<std::string>("parent");
         const auto childName = values.typedEntry<std::string>("children");
         const auto matrix = values.typedEntry<Imath::M44d>("matrix");
-        if (!parentName || !childName || !matrix)
+        const std::shared_ptr<BaseNode> child = childName ? byShortName(childName->get()) : nullptr;
+        const std::shared_ptr<BaseNode> parent = parentName ? byShortName(parentName->get()) : nullptr;
+        const std::shared_ptr<BaseNode> parentBody =
+            parent ? find(parent->path.appendChild(parent->path.name() + "_RB")) : nullptr;
+        if (!matrix || !child || !parentBody) {
+            mUnmatched.constraints.push_back(name);
             return true;
-        const std::shared_ptr<BaseNode> child = byShortName(childName->get());
-        const std::shared_ptr<BaseNode> parent = byShortName(parentName->get());
-        if (!child || !parent)
-            return true;
-        const NodePath path = child->path.appendChild(childName->get() + "_RBC");
+        }
+        const NodePath path = child->path.appendChild(child->path.name() + "_RBC");
         if (path.isEmpty() || find(path))
-            return true;
-        const std::shared_ptr<BaseNode> parentBody = find(parent->path.appendChild(parent->path.name() + "_RB"));
-        if (!parentBody)
             return true;
         auto constraint = std::make_shared<ConstraintNode>(path);
         copyAttributes(values, *constraint);
@@ -174,12 +179,16 @@ public:
     }
 
     const std::vector<ZentoSceneGraph::NewNode>& nodes() const { return mNodes; }
+    const RagdollFile::Unmatched& unmatched() const { return mUnmatched; }
 
 private:
     std::shared_ptr<BaseNode> byShortName(const std::string& name) const
     {
         const auto found = mByShortName.find(name);
-        return found == mByShortName.end() ? nullptr : found->second;
+        if (found != mByShortName.end())
+            return found->second;
+        const auto bare = mByBareName.find(RagdollFile::withoutNamespace(name));
+        return bare == mByBareName.end() ? nullptr : bare->second;
     }
 
     // A node of the scene or one made by this import.
@@ -209,6 +218,8 @@ private:
 
     const ZentoSceneGraph& mGraph;
     std::unordered_map<std::string, std::shared_ptr<BaseNode>> mByShortName;
+    std::unordered_map<std::string, std::shared_ptr<BaseNode>> mByBareName;
+    RagdollFile::Unmatched mUnmatched;
     std::unordered_map<NodePath, Made> mMade;
     std::vector<ZentoSceneGraph::NewNode> mNodes;
 };
@@ -216,6 +227,12 @@ private:
 } // namespace
 
 namespace RagdollFile {
+
+std::string withoutNamespace(const std::string& name)
+{
+    const size_t colon = name.rfind(':');
+    return colon == std::string::npos ? name : name.substr(colon + 1);
+}
 
 bool exportRagdoll(const ZentoSceneGraph& graph, const std::string& file)
 {
@@ -243,7 +260,8 @@ bool exportRagdoll(const ZentoSceneGraph& graph, const std::string& file)
     return archive.good() && archive.writeToFile(file);
 }
 
-std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& file, std::string* error)
+std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& file, std::string* error,
+                                     Unmatched* unmatched)
 {
     MapMetadata top;
     if (!Zento::readArchiveMap(file, top, error))
@@ -275,11 +293,13 @@ std::vector<std::string> loadRagdoll(ZentoSceneGraph& graph, const std::string& 
     if (constraints)
         for (const auto& entry : *constraints)
             if (const auto values = constraints->typedEntryAs<MapMetadata>(entry.first))
-                if (!import.addConstraint(*values)) {
+                if (!import.addConstraint(entry.first, *values)) {
                     Zento::setError(error, Zento::cannotRead(file, "the matrix of the constraint \"" + entry.first
                                                                        + "\" gives no pose: it is degenerate or lies too far away"));
                     return {};
                 }
+    if (unmatched)
+        *unmatched = import.unmatched();
     std::vector<std::string> made;
     for (const ZentoSceneGraph::NewNode& entry : import.nodes())
         made.push_back(entry.node->path.string());

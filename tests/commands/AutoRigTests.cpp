@@ -541,3 +541,42 @@ TEST(AutoRigSkin, TheNamesSurviveMeshAndSceneFilesAndFilesWithoutThemLoad)
                                                                   std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(mesh->skinJoints(), nullptr);
 }
+
+TEST(AutoRig, ARagdollPutOnByOtherMeansGetsTheSameGroundScaleAndJoints)
+{
+    // Built once; then the ragdoll's nodes alone are kept, as a ragdoll file brings them.
+    Character character(kMotionCapture.front());
+    const std::vector<std::string> owners = AutoRig::bodyJoints(character.graph, character.root);
+    ASSERT_TRUE(character.build()) << character.error;
+    std::vector<std::string> bodiesOn;
+    for (const BaseNode* body : nodesOf(character.graph, character.result.bodies))
+        bodiesOn.push_back(body->parent->path.string());
+    std::sort(bodiesOn.begin(), bodiesOn.end());
+    EXPECT_EQ(owners, bodiesOn) << "the joints given a body are those said to get one";
+    EXPECT_EQ(AutoRig::bodyJoints(character.graph, "/Skeleton"), std::vector<std::string>{}) << "no joint there";
+
+    const BaseNode& built = *character.graph.node(character.result.ground);
+    const double builtHeight = built.translation.y;
+    character.graph.removeNodes(std::vector<std::string>{character.result.ground, SolverNode::kPath});
+    AutoRig::Result staged;
+    std::string error;
+    const std::shared_ptr<BaseCommand> stage = AutoRig::stage(character.graph, character.root, staged, {}, &error);
+    ASSERT_NE(stage, nullptr) << error;
+    stage->execute();
+    ASSERT_NE(character.graph.solver(), nullptr);
+    EXPECT_DOUBLE_EQ(character.scale(), character.result.sceneScale);
+    EXPECT_DOUBLE_EQ(staged.sceneScale, character.result.sceneScale);
+    const auto ground = character.graph.node(staged.ground);
+    ASSERT_NE(ground, nullptr);
+    // Under the bodies' drawn shapes, whose facets lie within the true
+    // capsules: a little above the ground of the capsules themselves.
+    EXPECT_GE(ground->translation.y, builtHeight);
+    EXPECT_LT((ground->translation.y - builtHeight) * staged.sceneScale, 0.005);
+    stage->undo();
+    EXPECT_EQ(character.graph.node(staged.ground), nullptr);
+    EXPECT_EQ(character.graph.solver(), nullptr);
+
+    // "/Skeleton" is the group the joints hang in, no joint.
+    EXPECT_EQ(AutoRig::stage(character.graph, "/Skeleton", staged, {}, &error), nullptr);
+    EXPECT_FALSE(error.empty());
+}

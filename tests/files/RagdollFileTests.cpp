@@ -14,7 +14,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <map>
 #include <limits>
 
 using namespace ZentoCore;
@@ -47,19 +49,25 @@ std::shared_ptr<BaseNode> addConstraint(ZentoSceneGraph& graph, const std::strin
 }
 
 // Hips -> Spine -> Chest (no body) -> Neck, and Hips -> Leg, with a body on
-// every joint but Chest and a constraint on Spine, Neck and Leg.
-void buildRagdoll(ZentoSceneGraph& graph)
+// every joint but Chest and a constraint on Spine, Neck and Leg; every joint
+// name after the namespace given ("mixamorig:").
+void buildRagdoll(ZentoSceneGraph& graph, const std::string& ns = "")
 {
+    const std::string hips = "/Skeleton/" + ns + "Hips";
+    const std::string spine = hips + "/" + ns + "Spine";
+    const std::string chest = spine + "/" + ns + "Chest";
+    const std::string neck = chest + "/" + ns + "Neck";
+    const std::string leg = hips + "/" + ns + "Leg";
     graph.createSolver();
     addJoint(graph, "/Skeleton", Imath::V3d(0, 0, 0));
-    addJoint(graph, "/Skeleton/Hips", Imath::V3d(0, 1, 0), Imath::Eulerd(0, 0.4, 0, Imath::Eulerd::ZXY));
-    addJoint(graph, "/Skeleton/Hips/Spine", Imath::V3d(0, 0.2, 0));
-    addJoint(graph, "/Skeleton/Hips/Spine/Chest", Imath::V3d(0, 0.2, 0));
-    addJoint(graph, "/Skeleton/Hips/Spine/Chest/Neck", Imath::V3d(0, 0.3, 0.05));
-    addJoint(graph, "/Skeleton/Hips/Leg", Imath::V3d(0.1, -0.1, 0), Imath::Eulerd(0.2, 0, 0, Imath::Eulerd::XYZ));
-    for (const char* joint : {"/Skeleton/Hips", "/Skeleton/Hips/Spine", "/Skeleton/Hips/Spine/Chest/Neck", "/Skeleton/Hips/Leg"})
+    addJoint(graph, hips, Imath::V3d(0, 1, 0), Imath::Eulerd(0, 0.4, 0, Imath::Eulerd::ZXY));
+    addJoint(graph, spine, Imath::V3d(0, 0.2, 0));
+    addJoint(graph, chest, Imath::V3d(0, 0.2, 0));
+    addJoint(graph, neck, Imath::V3d(0, 0.3, 0.05));
+    addJoint(graph, leg, Imath::V3d(0.1, -0.1, 0), Imath::Eulerd(0.2, 0, 0, Imath::Eulerd::XYZ));
+    for (const std::string& joint : {hips, spine, neck, leg})
         addBody(graph, joint, Imath::V3d(0.0, 0.1, 0.0));
-    for (const char* joint : {"/Skeleton/Hips/Spine", "/Skeleton/Hips/Spine/Chest/Neck", "/Skeleton/Hips/Leg"})
+    for (const std::string& joint : {spine, neck, leg})
         addConstraint(graph, joint);
     graph.createGround();
 }
@@ -222,7 +230,45 @@ TEST(RagdollFile, SubstringNamesPropsAndMissingJoints)
     addJoint(partial, "/Skeleton", Imath::V3d(0, 0, 0));
     addJoint(partial, "/Skeleton/Arm2", Imath::V3d(0, 1, 0));
     addJoint(partial, "/Skeleton/Arm2/Hand", Imath::V3d(0, 1, 0));
-    EXPECT_EQ(RagdollFile::loadRagdoll(partial, dir.file("arm.zentoragdoll")), std::vector<std::string>{"/Skeleton/Arm2/Hand/Hand_RB"});
+    RagdollFile::Unmatched unmatched;
+    EXPECT_EQ(RagdollFile::loadRagdoll(partial, dir.file("arm.zentoragdoll"), nullptr, &unmatched),
+              std::vector<std::string>{"/Skeleton/Arm2/Hand/Hand_RB"});
+    EXPECT_EQ(unmatched.bodies, std::vector<std::string>{"Arm"});
+    EXPECT_EQ(unmatched.constraints, std::vector<std::string>{"ArmToHand"});
+}
+
+TEST(RagdollFile, NamesThatDifferOnlyByANamespaceMatchBothWays)
+{
+    EXPECT_EQ(RagdollFile::withoutNamespace("mixamorig:Hips"), "Hips");
+    EXPECT_EQ(RagdollFile::withoutNamespace("a:b:Hips"), "Hips");
+    EXPECT_EQ(RagdollFile::withoutNamespace("Hips"), "Hips");
+    TemporaryDirectory dir;
+    for (const auto& names : {std::make_pair(std::string(), std::string("mixamorig:")),
+                              std::make_pair(std::string("mixamorig:"), std::string())}) {
+        ZentoSceneGraph source;
+        buildRagdoll(source, names.first);
+        ASSERT_TRUE(RagdollFile::exportRagdoll(source, dir.file("doll.zentoragdoll")));
+        ZentoSceneGraph target;
+        buildRagdoll(target, names.second);
+        std::vector<std::string> ragdoll = pathsOfType(target, RigidBodyNode::kTypeId);
+        const std::vector<std::string> constraints = pathsOfType(target, ConstraintNode::kTypeId);
+        ragdoll.erase(std::find(ragdoll.begin(), ragdoll.end(), "/Ground"));
+        ragdoll.insert(ragdoll.end(), constraints.begin(), constraints.end());
+        std::map<std::string, Imath::M44d> worlds;
+        for (const std::string& path : ragdoll)
+            worlds[path] = target.node(path)->worldMatrix();
+        target.removeNodes(ragdoll);
+
+        RagdollFile::Unmatched unmatched;
+        std::vector<std::string> made = RagdollFile::loadRagdoll(target, dir.file("doll.zentoragdoll"), nullptr, &unmatched);
+        std::sort(made.begin(), made.end());
+        std::sort(ragdoll.begin(), ragdoll.end());
+        EXPECT_EQ(made, ragdoll) << "every body and constraint back, under the target's names";
+        for (const std::string& path : made)
+            EXPECT_TRUE(target.node(path)->worldMatrix().equalWithAbsError(worlds[path], 1e-5)) << path;
+        EXPECT_TRUE(unmatched.bodies.empty());
+        EXPECT_TRUE(unmatched.constraints.empty());
+    }
 }
 
 TEST(RagdollFile, EmptyScenesAndBadFiles)
