@@ -643,9 +643,8 @@ bool makeRagdollNodes(const ZentoSceneGraph& graph, const std::vector<RigJoint>&
     return true;
 }
 
-// A ground plane just under the lowest capsule, below the root.
-std::shared_ptr<BaseNode> groundUnder(const ZentoSceneGraph& graph, const std::vector<Capsule>& capsules,
-                                      const V3d& root, double height)
+// The lowest point of the capsules along y.
+double lowestOf(const std::vector<Capsule>& capsules)
 {
     double lowest = capsules.front().start.y;
     for (const Capsule& capsule : capsules) {
@@ -654,10 +653,40 @@ std::shared_ptr<BaseNode> groundUnder(const ZentoSceneGraph& graph, const std::v
         const double a = pointAt(capsule, inset).y, b = pointAt(capsule, 1.0 - inset).y;
         lowest = std::min(lowest, std::min(a, b) - capsule.radius);
     }
+    return lowest;
+}
+
+// A ground plane just under lowest, below the root joint, and in result what
+// it and the scene scale are.
+std::shared_ptr<BaseNode> groundUnder(const ZentoSceneGraph& graph, const std::vector<RigJoint>& joints, double lowest,
+                                      double height, const Settings& settings, Result& result)
+{
+    const V3d& root = joints.front().place;
     const std::shared_ptr<BaseNode> ground = graph.newGround();
     ground->translation = V3d(root.x, lowest - kGroundClearance * height, root.z);
     ground->scale = V3d(kGroundSize * height);
+    result.ground = ground->path.string();
+    result.skeletonHeight = height;
+    result.sceneScale = settings.height / height;
     return ground;
+}
+
+// The joints at and below skeletonRoot, parents first, and their height in
+// scene units; the reason why there is no skeleton there to work on, or the
+// empty text.
+std::string measureSkeleton(const ZentoSceneGraph& graph, const std::string& skeletonRoot, const Settings& settings,
+                            std::vector<RigJoint>& joints, double& height)
+{
+    const std::shared_ptr<BaseNode> root = graph.node(skeletonRoot);
+    if (!root || root->typeId() != JointNode::kTypeId)
+        return "There is no joint at \"" + skeletonRoot + "\" to build a ragdoll on.";
+    if (!(settings.height > 0.0) || !std::isfinite(settings.height))
+        return "The height a skeleton is taken for must be a positive number of metres.";
+    joints = collectJoints(*root);
+    height = heightOf(joints);
+    if (!(height > 0.0) || !std::isfinite(height))
+        return "The skeleton at \"" + skeletonRoot + "\" has no bone: its joints stand at one point.";
+    return {};
 }
 
 std::shared_ptr<BaseCommand> refuse(std::string* error, const std::string& reason)
@@ -709,16 +738,11 @@ std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& sk
                                    std::string* error)
 {
     result = Result();
-    const std::shared_ptr<BaseNode> root = graph.node(skeletonRoot);
-    if (!root || root->typeId() != JointNode::kTypeId)
-        return refuse(error, "There is no joint at \"" + skeletonRoot + "\" to build a ragdoll on.");
-    if (!(settings.height > 0.0) || !std::isfinite(settings.height))
-        return refuse(error, "The height a skeleton is taken for must be a positive number of metres.");
-
-    std::vector<RigJoint> joints = collectJoints(*root);
-    const double height = heightOf(joints);
-    if (!(height > 0.0) || !std::isfinite(height))
-        return refuse(error, "The skeleton at \"" + skeletonRoot + "\" has no bone: its joints stand at one point.");
+    std::vector<RigJoint> joints;
+    double height = 0.0;
+    const std::string problem = measureSkeleton(graph, skeletonRoot, settings, joints, height);
+    if (!problem.empty())
+        return refuse(error, problem);
     assignOwners(joints, height);
     std::vector<Capsule> capsules = fitCapsules(joints, height);
     if (capsules.empty())
@@ -733,23 +757,15 @@ std::shared_ptr<BaseCommand> build(ZentoSceneGraph& graph, const std::string& sk
     std::vector<std::shared_ptr<BaseNode>> made;
     if (!makeRagdollNodes(graph, joints, capsules, made, result, reason))
         return refuse(error, "Cannot build a ragdoll on \"" + skeletonRoot + "\": " + reason + ".");
-    const std::shared_ptr<BaseNode> ground = groundUnder(graph, capsules, joints.front().place, height);
-    made.push_back(ground);
-    result.ground = ground->path.string();
-    result.skeletonHeight = height;
-    result.sceneScale = settings.height / height;
-
+    made.push_back(groundUnder(graph, joints, lowestOf(capsules), height, settings, result));
     return withSceneScale(graph, std::move(made), result.sceneScale);
 }
 
 std::vector<std::string> bodyJoints(ZentoSceneGraph& graph, const std::string& skeletonRoot)
 {
-    const std::shared_ptr<BaseNode> root = graph.node(skeletonRoot);
-    if (!root || root->typeId() != JointNode::kTypeId)
-        return {};
-    std::vector<RigJoint> joints = collectJoints(*root);
-    const double height = heightOf(joints);
-    if (!(height > 0.0) || !std::isfinite(height))
+    std::vector<RigJoint> joints;
+    double height = 0.0;
+    if (!measureSkeleton(graph, skeletonRoot, {}, joints, height).empty())
         return {};
     assignOwners(joints, height);
     std::vector<std::string> owners;
@@ -763,27 +779,18 @@ std::shared_ptr<BaseCommand> stage(ZentoSceneGraph& graph, const std::string& sk
                                    const Settings& settings, std::string* error)
 {
     result = Result();
-    const std::shared_ptr<BaseNode> root = graph.node(skeletonRoot);
-    if (!root || root->typeId() != JointNode::kTypeId)
-        return refuse(error, "There is no joint at \"" + skeletonRoot + "\" to stand on a ground.");
-    if (!(settings.height > 0.0) || !std::isfinite(settings.height))
-        return refuse(error, "The height a skeleton is taken for must be a positive number of metres.");
-    const std::vector<RigJoint> joints = collectJoints(*root);
-    const double height = heightOf(joints);
-    if (!(height > 0.0) || !std::isfinite(height))
-        return refuse(error, "The skeleton at \"" + skeletonRoot + "\" has no bone: its joints stand at one point.");
+    std::vector<RigJoint> joints;
+    double height = 0.0;
+    const std::string problem = measureSkeleton(graph, skeletonRoot, settings, joints, height);
+    if (!problem.empty())
+        return refuse(error, problem);
     double lowest = joints.front().place.y;
     for (const RigJoint& joint : joints)
         lowest = std::min(lowest, joint.place.y);
-    for (BaseNode* node : root->descendants())
+    for (BaseNode* node : joints.front().node->descendants())
         if (node->typeId() == RigidBodyNode::kTypeId)
             lowest = std::min(lowest, lowestPointOf(*node));
-    const std::shared_ptr<BaseNode> ground = graph.newGround();
-    ground->translation = V3d(joints.front().place.x, lowest - kGroundClearance * height, joints.front().place.z);
-    ground->scale = V3d(kGroundSize * height);
-    result.ground = ground->path.string();
-    result.skeletonHeight = height;
-    result.sceneScale = settings.height / height;
+    const std::shared_ptr<BaseNode> ground = groundUnder(graph, joints, lowest, height, settings, result);
     return withSceneScale(graph, {ground}, result.sceneScale);
 }
 
