@@ -34,14 +34,7 @@ struct ShownWindow {
         window.pacer.sleep = [this](unsigned long) { ++frames; };
     }
 
-    std::vector<std::string> pathsOfType(int typeId) const
-    {
-        std::vector<std::string> paths;
-        for (const auto& entry : window.sceneGraph.nodes)
-            if (entry.second->typeId() == typeId)
-                paths.push_back(entry.first.string());
-        return paths;
-    }
+    std::vector<std::string> pathsOfType(int typeId) const { return ::pathsOfType(window.sceneGraph, typeId); }
 
     // Selects the rows as a click in the outliner would, one step of the history.
     void selectInOutliner(const std::vector<std::string>& paths)

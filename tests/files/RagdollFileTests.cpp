@@ -72,15 +72,6 @@ void buildRagdoll(ZentoSceneGraph& graph, const std::string& ns = "")
     graph.createGround();
 }
 
-std::vector<std::string> pathsOfType(const ZentoSceneGraph& graph, int typeId)
-{
-    std::vector<std::string> paths;
-    for (const auto& entry : graph.nodes)
-        if (entry.second->typeId() == typeId)
-            paths.push_back(entry.first.string());
-    return paths;
-}
-
 } // namespace
 
 TEST(RagdollFile, BodiesAndConstraintsAreKeyedByJointNames)

@@ -102,3 +102,12 @@ void addQuadSkin(ZentoSceneGraph& graph)
     skin->geometryMap->insertEntry("geo", geo);
     graph.addNode(skin, "/Skin");
 }
+
+std::vector<std::string> pathsOfType(const ZentoSceneGraph& graph, int typeId)
+{
+    std::vector<std::string> paths;
+    for (const auto& entry : graph.nodes)
+        if (entry.second->typeId() == typeId)
+            paths.push_back(entry.first.string());
+    return paths;
+}

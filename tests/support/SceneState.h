@@ -45,5 +45,8 @@ std::shared_ptr<JointNode> addJoint(ZentoSceneGraph& graph, const std::string& p
 // The "geo" mesh of a node's geometry; empty, with a failure, when there is none.
 ZentoUtils::Mesh meshOf(BaseNode& node);
 
+// The paths of the nodes of a type, in path order.
+std::vector<std::string> pathsOfType(const ZentoSceneGraph& graph, int typeId);
+
 // "/Skin/Body": one quad, below a "/Skin" group made for it.
 void addQuadSkin(ZentoSceneGraph& graph);

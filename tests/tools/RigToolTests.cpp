@@ -3,6 +3,7 @@
 #include "RigWorkers.h"
 #include "RigidBodyNode.h"
 #include "SceneFile.h"
+#include "SceneState.h"
 #include "SkeletonLoader.h"
 #include "SolverNode.h"
 #include "TemporaryDirectory.h"
@@ -42,15 +43,6 @@ RigRun runRig(const TemporaryDirectory& dir, const std::string& arguments)
     run.out = dir.read("out.txt");
     run.err = dir.read("err.txt");
     return run;
-}
-
-std::vector<std::string> pathsOfType(const ZentoSceneGraph& graph, int typeId)
-{
-    std::vector<std::string> paths;
-    for (const auto& entry : graph.nodes)
-        if (entry.second->typeId() == typeId)
-            paths.push_back(entry.first.string());
-    return paths;
 }
 
 // The skeleton of file with every joint's name after the namespace, as another tool's exporter writes it.
