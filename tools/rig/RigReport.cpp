@@ -15,13 +15,6 @@ const char* severityName(RagdollCheck::Severity severity)
     return severity == RagdollCheck::Severity::Error ? "error" : "warning";
 }
 
-std::string fixed(double value, int decimals)
-{
-    char text[64];
-    std::snprintf(text, sizeof(text), "%.*f", decimals, value);
-    return text;
-}
-
 std::string dropTestLine(const RagdollCheck::DropTest& test)
 {
     if (!test.finite)
@@ -50,6 +43,13 @@ QJsonObject dropTestObject(const RagdollCheck::DropTest& test)
 }
 
 } // namespace
+
+std::string fixed(double value, int decimals)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.*f", decimals, value);
+    return text;
+}
 
 std::string counted(size_t count, const char* one, const char* many)
 {

@@ -9,6 +9,9 @@
 // or one JSON object for a script.
 namespace RigReport {
 
+// The number with as many decimals, "1.75".
+std::string fixed(double value, int decimals);
+
 // "1 body", "2 bodies".
 std::string counted(size_t count, const char* one, const char* many);
 

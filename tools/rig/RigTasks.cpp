@@ -15,7 +15,6 @@
 #include "ZentoSceneGraph.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 
 namespace RigTasks {
@@ -34,13 +33,6 @@ std::string joined(const std::vector<std::string>& names)
     std::string text;
     for (const std::string& name : names)
         text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
-
-std::string fixed(double value, int decimals)
-{
-    char text[64];
-    std::snprintf(text, sizeof(text), "%.*f", decimals, value);
     return text;
 }
 
@@ -72,7 +64,8 @@ std::string rootJoint(const ZentoSceneGraph& graph, const std::vector<std::strin
     return {};
 }
 
-// The mesh nodes among an import's new paths, each once.
+// The mesh nodes among an import's new paths, each once: it names its groups
+// too, some of which hold no mesh (a skinned file's armature).
 std::vector<std::string> meshPaths(const ZentoSceneGraph& graph, const std::vector<std::string>& paths)
 {
     std::vector<std::string> meshes;
@@ -114,23 +107,23 @@ Outcome build(const std::string& skeleton, const std::string& skin, bool skinned
     const std::string root = importSkeleton(graph, skeleton, error);
     if (root.empty())
         return failed(error);
-    std::vector<std::string> meshes;
+    std::vector<std::string> skinPaths;
     const std::string skinFile = skinned ? skeleton : skin;
     if (!skinFile.empty()) {
-        meshes = meshPaths(graph, CharacterImport::loadMesh(graph, skinFile, &error));
-        if (meshes.empty())
+        skinPaths = meshPaths(graph, CharacterImport::loadMesh(graph, skinFile, &error));
+        if (skinPaths.empty())
             return failed(error.empty() ? "\"" + skinFile + "\" holds no mesh to size the bodies" : error);
     }
     AutoRig::Result result;
-    const std::shared_ptr<BaseCommand> command = AutoRig::build(graph, root, meshes, result, {}, &error);
+    const std::shared_ptr<BaseCommand> command = AutoRig::build(graph, root, skinPaths, result, {}, &error);
     if (!command)
         return failed(error);
     command->execute();
     std::string text = RigReport::counted(result.bodies.size(), "body", "bodies") + ", "
         + RigReport::counted(result.constraints.size(), "constraint", "constraints") + ", "
         + RigReport::counted(result.mergedJoints.size(), "joint", "joints") + " merged; "
-        + fixed(result.skeletonHeight * result.sceneScale, 2) + " m tall at " + fixed(result.sceneScale, 4)
-        + " m a unit" + (meshes.empty() ? "" : ", sized by the skin");
+        + RigReport::fixed(result.skeletonHeight * result.sceneScale, 2) + " m tall at " + RigReport::fixed(result.sceneScale, 4)
+        + " m a unit" + (skinPaths.empty() ? "" : ", sized by the skin");
     return saved(graph, output, text);
 }
 
