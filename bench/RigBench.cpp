@@ -36,7 +36,8 @@ double bestMilliseconds(int rounds, const std::function<void()>& work)
     for (int round = 0; round < rounds; ++round) {
         const auto start = std::chrono::steady_clock::now();
         work();
-        best = std::min(best, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+        const auto spent = std::chrono::steady_clock::now() - start;
+        best = std::min(best, std::chrono::duration<double, std::milli>(spent).count());
     }
     return best;
 }
@@ -68,7 +69,8 @@ void writeSkin(const std::vector<std::pair<Imath::V3d, Imath::V3d>>& segments, c
     for (const auto& segment : segments) {
         const Imath::V3d axis = segment.second - segment.first;
         const double radius = 0.1 * axis.length();
-        const Imath::V3d side = (std::abs(axis.normalized().x) < 0.9 ? Imath::V3d(1, 0, 0) : Imath::V3d(0, 1, 0)) % axis;
+        const Imath::V3d across = std::abs(axis.normalized().x) < 0.9 ? Imath::V3d(1, 0, 0) : Imath::V3d(0, 1, 0);
+        const Imath::V3d side = across % axis;
         const Imath::V3d u = side.normalized();
         const Imath::V3d v = (axis % u).normalized();
         for (int ring = 0; ring <= rings; ++ring)
@@ -97,7 +99,8 @@ int run(const std::string& arguments)
 
 int main()
 {
-    const std::filesystem::path folder = std::filesystem::temp_directory_path() / ("zento-rig-bench-" + std::to_string(::getpid()));
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("zento-rig-bench-" + std::to_string(::getpid()));
     std::filesystem::create_directories(folder);
     const std::string skin = (folder / "skin.obj").string();
     const std::string scene = (folder / "walk.zento").string();
@@ -109,7 +112,8 @@ int main()
         CharacterImport::loadMesh(graph, skin);
     });
     int status = 0;
-    const double build = bestMilliseconds(5, [&] { status |= run("build " + kSkeleton + " --skin " + skin + " -o " + scene); });
+    const double build =
+        bestMilliseconds(5, [&] { status |= run("build " + kSkeleton + " --skin " + skin + " -o " + scene); });
     const double check = bestMilliseconds(5, [&] { run("check " + scene); });
     const double checkAlone = bestMilliseconds(5, [&] { run("check --no-drop-test " + scene); });
     std::printf("rig_build_status %d\n", status);

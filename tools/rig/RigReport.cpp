@@ -20,7 +20,8 @@ std::string dropTestLine(const RagdollCheck::DropTest& test)
     if (!test.finite)
         return "drop test: a body went non-finite";
     std::string line = "drop test: ";
-    line += test.secondsToRest < 0.0 ? "not at rest at the end" : "at rest after " + fixed(test.secondsToRest, 2) + " s";
+    line += test.secondsToRest < 0.0 ? std::string("not at rest at the end")
+                                     : "at rest after " + fixed(test.secondsToRest, 2) + " s";
     line += "; worst limit violation " + fixed(test.worstLimitDegrees, 1) + " deg";
     if (!test.worstLimitConstraint.empty())
         line += " (" + test.worstLimitConstraint + ")";

@@ -122,8 +122,8 @@ Outcome build(const std::string& skeleton, const std::string& skin, bool skinned
     std::string text = RigReport::counted(result.bodies.size(), "body", "bodies") + ", "
         + RigReport::counted(result.constraints.size(), "constraint", "constraints") + ", "
         + RigReport::counted(result.mergedJoints.size(), "joint", "joints") + " merged; "
-        + RigReport::fixed(result.skeletonHeight * result.sceneScale, 2) + " m tall at " + RigReport::fixed(result.sceneScale, 4)
-        + " m a unit" + (skinPaths.empty() ? "" : ", sized by the skin");
+        + RigReport::fixed(result.skeletonHeight * result.sceneScale, 2) + " m tall at "
+        + RigReport::fixed(result.sceneScale, 4) + " m a unit" + (skinPaths.empty() ? "" : ", sized by the skin");
     return saved(graph, output, text);
 }
 
