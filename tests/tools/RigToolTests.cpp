@@ -75,6 +75,8 @@ TEST(RigOptions, RequestsAndTheArgumentsThatMakeNone)
     EXPECT_EQ(options.ragdoll, "doll.zentoragdoll");
     EXPECT_EQ(options.inputs, std::vector<std::string>{"x/man.fbx"});
     EXPECT_EQ(RigOptions::outputFor(options, 0), "man.zento") << "one input: -o is the file";
+    ASSERT_TRUE(RigOptions::parse({"apply", "doll.zentoragdoll", "x/man.fbx", "-o", "out/"}, options, error));
+    EXPECT_EQ(RigOptions::outputFor(options, 0), "out/man.zento") << "unless it ends in a slash";
 
     ASSERT_TRUE(RigOptions::parse({"export", "a/walk.zento", "b/run.zento", "-o", "dolls"}, options, error));
     EXPECT_EQ(RigOptions::outputFor(options, 0), "dolls/walk.zentoragdoll");
@@ -217,6 +219,16 @@ TEST(RigTool, ABadInputAmongGoodOnesFailsAlone)
     EXPECT_EQ(build.status, 1);
     EXPECT_NE(build.err.find("broken.bvh"), std::string::npos) << build.err;
     EXPECT_NE(build.err.find("[3/3]"), std::string::npos) << "a progress line for each input: " << build.err;
+    // The results of several inputs go into the -o folder, made when missing.
+    RigRun into = runRig(dir, "export " + dir.file("01_01.zento") + " " + dir.file("01_03.zento") + " -o "
+                              + dir.file("dolls/of/today"));
+    EXPECT_EQ(into.status, 0) << into.err;
+    EXPECT_FALSE(readFileBytes(dir.file("dolls/of/today/01_03.zentoragdoll")).empty());
+    dir.write("taken", "a file where the folder should be");
+    RigRun blocked = runRig(dir, "export " + dir.file("01_01.zento") + " " + dir.file("01_03.zento") + " -o "
+                                 + dir.file("taken/x"));
+    EXPECT_EQ(blocked.status, 1);
+    EXPECT_NE(blocked.err.find("cannot be made"), std::string::npos) << blocked.err;
     const std::vector<std::string> entries = dir.entries();
     EXPECT_NE(std::find(entries.begin(), entries.end(), "01_01.zento"), entries.end());
     EXPECT_NE(std::find(entries.begin(), entries.end(), "01_03.zento"), entries.end());

@@ -178,8 +178,8 @@ std::string usage()
            "  zento-rig export SCENE... -o OUT\n"
            "      Writes the scene's ragdoll as a .zentoragdoll file.\n"
            "\n"
-           "  -o OUT     the file to write; with several inputs, the folder to write them in,\n"
-           "             each named after its input\n"
+           "  -o OUT     the file to write; with several inputs, or OUT ending in /, the folder\n"
+           "             to write them in (made when missing), each named after its input\n"
            "  -j N       inputs worked on at once (default: the number of cores); one input\n"
            "             that fails does not stop the others\n"
            "  -h, --help this text\n"
@@ -188,11 +188,17 @@ std::string usage()
            "an error, 2 for arguments that make no request.\n";
 }
 
+bool namesFolder(const Options& options)
+{
+    return options.command != Command::Check
+        && (options.inputs.size() > 1 || (!options.output.empty() && options.output.back() == '/'));
+}
+
 std::string outputFor(const Options& options, size_t index)
 {
     namespace fs = std::filesystem;
     std::error_code ignored;
-    if (options.inputs.size() == 1 && !fs::is_directory(options.output, ignored))
+    if (!namesFolder(options) && !fs::is_directory(options.output, ignored))
         return options.output;
     const char* extension = options.command == Command::Export ? kRagdollExtension : kSceneExtension;
     fs::path name = fs::path(options.inputs[index]).filename();

@@ -18,7 +18,7 @@ struct Options {
     std::vector<std::string> skins;
     // build: each skeleton's file holds its skin too (an FBX or glTF character).
     bool skinned = false;
-    // -o: the file written for a single input, or the folder for several.
+    // -o: the file written for a single input, or the folder for several (or a name ending in "/").
     std::string output;
     // check: JSON instead of text.
     bool json = false;
@@ -34,6 +34,9 @@ bool parse(const std::vector<std::string>& arguments, Options& options, std::str
 
 // The text of --help.
 std::string usage();
+
+// Whether -o names a folder: with several inputs, or a name that ends in "/".
+bool namesFolder(const Options& options);
 
 // The file written for the input at index: the -o file for a single input,
 // else the input's name with the command's extension in the -o folder.

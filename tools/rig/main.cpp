@@ -6,6 +6,7 @@
 #include "RigWorkers.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 
 namespace {
@@ -38,6 +39,18 @@ void printOutcomes(const RigOptions::Options& options, const std::vector<RigTask
         (outcomes[i].done ? std::cout : std::cerr) << options.inputs[i] << ": " << outcomes[i].text;
 }
 
+// The results go into the -o folder, made when it is missing. False, with the reason, when it cannot be.
+bool makeOutputFolder(const RigOptions::Options& options, std::string& error)
+{
+    if (!RigOptions::namesFolder(options))
+        return true;
+    std::error_code failure;
+    std::filesystem::create_directories(options.output, failure);
+    if (failure)
+        error = "the folder \"" + options.output + "\" cannot be made: " + failure.message();
+    return !failure;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -51,6 +64,10 @@ int main(int argc, char** argv)
     if (options.command == RigOptions::Command::Help) {
         std::cout << RigOptions::usage();
         return kExitGood;
+    }
+    if (!makeOutputFolder(options, error)) {
+        std::cerr << "zento-rig: " << error << "\n";
+        return kExitFailed;
     }
     const std::vector<RigTasks::Outcome> outcomes = RigWorkers::runAll(
         options.inputs.size(), options.jobs, [&](size_t index) { return RigTasks::run(options, index); },
