@@ -314,6 +314,24 @@ double BaseManipulator::hoverHandles(const Frustum& frustum, int width, int heig
     return u;
 }
 
+void BaseManipulator::drawArrows(const Frustum& frustum, int width, int height, const Imath::V3d& lengths,
+                                 const std::function<void(const Imath::V3d&, const Imath::V3d&, double)>& drawTip)
+{
+    if (!beginDraw(frustum))
+        return;
+    const Imath::V3d P = position();
+    const double u = handleUnit(frustum, width, height, P);
+    drawCentreAndPlanes(frustum, u);
+    const std::array<Imath::V3d, 3> A = axes();
+    for (int axis = 0; axis < 3; ++axis) {
+        setColor(handleColor(axis));
+        const Imath::V3d tip = P + A[axis] * lengths[axis] * size * u;
+        drawLine(P, tip);
+        drawTip(tip, A[axis], u);
+    }
+    endDraw();
+}
+
 void BaseManipulator::drawCentreAndPlanes(const Frustum& frustum, double unit)
 {
     const Imath::V3d P = position();

@@ -10,6 +10,7 @@
 #include <QOpenGLFunctions_4_3_Core>
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -142,6 +143,11 @@ protected:
     // The yellow centre square facing the camera and the three plane
     // handles, filled when their flag is set.
     void drawCentreAndPlanes(const ZentoCore::Frustum& frustum, double unit);
+    // The whole draw of a handle of arrows: the centre and plane handles,
+    // then along each axis a line of lengths[axis] times size handle units
+    // and drawTip at its end, given the tip, the axis and the handle unit.
+    void drawArrows(const ZentoCore::Frustum& frustum, int width, int height, const Imath::V3d& lengths,
+                    const std::function<void(const Imath::V3d& tip, const Imath::V3d& axis, double unit)>& drawTip);
 
     // The prologue of every draw: false with nothing to draw (no selection,
     // no program, a frame that is not finite). Otherwise the depth test is

@@ -8,19 +8,10 @@ using namespace ManipulatorGeometry;
 
 void MoveManipulator::draw(const Frustum& frustum, int width, int height)
 {
-    if (!beginDraw(frustum))
-        return;
-    const Imath::V3d P = position();
-    const double u = handleUnit(frustum, width, height, P);
-    drawCentreAndPlanes(frustum, u);
-    const std::array<Imath::V3d, 3> A = axes();
-    for (int axis = 0; axis < 3; ++axis) {
-        setColor(handleColor(axis));
-        const Imath::V3d tip = P + A[axis] * size * u;
-        drawLine(P, tip);
-        drawCone(tip, A[axis], u / 20.0, u * 0.25);
-    }
-    endDraw();
+    drawArrows(frustum, width, height, Imath::V3d(1.0, 1.0, 1.0),
+               [this](const Imath::V3d& tip, const Imath::V3d& axis, double u) {
+                   drawCone(tip, axis, u / 20.0, u * 0.25);
+               });
 }
 
 void MoveManipulator::hover(const Frustum& frustum, int width, int height, const Imath::V3d& cursor,

@@ -20,19 +20,9 @@ const std::array<Imath::V3d, 3> kWorldAxes = {Imath::V3d(1.0, 0.0, 0.0), Imath::
 
 void ScaleManipulator::draw(const Frustum& frustum, int width, int height)
 {
-    if (!beginDraw(frustum))
-        return;
-    const Imath::V3d P = position();
-    const double u = handleUnit(frustum, width, height, P);
-    drawCentreAndPlanes(frustum, u);
-    const std::array<Imath::V3d, 3> A = axes();
-    for (int axis = 0; axis < 3; ++axis) {
-        setColor(handleColor(axis));
-        const Imath::V3d tip = P + A[axis] * scaleFactors[axis] * size * u;
-        drawLine(P, tip);
-        drawCube(tip, rotationBetween(Imath::V3d(1.0, 0.0, 0.0), A[axis]), Imath::V3d(u / 15.0));
-    }
-    endDraw();
+    drawArrows(frustum, width, height, scaleFactors, [this](const Imath::V3d& tip, const Imath::V3d& axis, double u) {
+        drawCube(tip, rotationBetween(Imath::V3d(1.0, 0.0, 0.0), axis), Imath::V3d(u / 15.0));
+    });
 }
 
 void ScaleManipulator::hover(const Frustum& frustum, int width, int height, const Imath::V3d& cursor,
