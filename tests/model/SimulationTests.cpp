@@ -2,6 +2,7 @@
 #include "JointNode.h"
 #include "MathUtils.h"
 #include "RagdollFixture.h"
+#include "RagdollScene.h"
 #include "RigidBodyNode.h"
 #include "SceneState.h"
 #include "SolverNode.h"
@@ -73,12 +74,6 @@ struct SimulationScene {
 V3d worldPosition(const BaseNode& node)
 {
     return node.worldMatrix().translation();
-}
-
-M44d rotationOnly(M44d m)
-{
-    m[3][0] = m[3][1] = m[3][2] = 0.0;
-    return m;
 }
 
 } // namespace
@@ -233,158 +228,6 @@ TEST(Simulation, GrabDragAndReleaseMoveABodyThroughADragBody)
 
 namespace {
 
-// Human ragdolls on the motion capture skeleton of RagdollFixture, whose
-// units of about 5.6 cm the scene scale turns into metres: D6 joints with a
-// twist of +-30 and a swing cone of 45 degrees, default settings otherwise.
-struct RagdollScene {
-    static constexpr double kScale = 0.056;
-    static constexpr double kTwist = 30.0, kSwing = 45.0;
-
-    // One joint's frame on each of its bodies, as the solver finds them.
-    struct Joint {
-        const BaseNode* parent;
-        const BaseNode* child;
-        M44d parentFrame;
-        M44d childFrame;
-    };
-    // The worst joint of a moment: anchors apart in metres, degrees beyond a limit.
-    struct Worst {
-        double apart = 0.0;
-        double beyond = 0.0;
-        void include(const Worst& other)
-        {
-            apart = std::max(apart, other.apart);
-            beyond = std::max(beyond, other.beyond);
-        }
-    };
-
-    explicit RagdollScene(int count, int solverType = ZentoPhysx::PGS)
-    {
-        set(*scene.solver, "sceneScale", kScale);
-        set(*scene.solver, "solverType", solverType);
-        scene.graph.createGround();
-        ragdolls.push_back(RagdollFixture::loadRagdoll(scene.graph));
-        RagdollFixture::limitJoints(ragdolls.front(), kTwist, kSwing);
-        for (int copy = 1; copy < count; ++copy)
-            ragdolls.push_back(RagdollFixture::copyRagdoll(scene.graph, "/Skeleton",
-                                                           "/Skeleton" + std::to_string(copy), V3d(0, 0, 0)));
-    }
-
-    // Turns the ragdoll's root joint and lifts it to drop from the height
-    // in metres, moved sideways by offset metres.
-    void place(size_t ragdoll, const Imath::Eulerd& turn, double height, const V3d& offset = V3d(0, 0, 0))
-    {
-        BaseNode* root = ragdolls[ragdoll].bodies.front().get();
-        while (root->parent)
-            root = root->parent;
-        root->rotation = turn;
-        scene.graph.updateMatrix(root->path);
-        double lowest = 1e300;
-        for (const auto& body : ragdolls[ragdoll].bodies)
-            lowest = std::min(lowest, ends(*body, body->worldMatrix()).first);
-        root->translation += offset / kScale + V3d(0, height / kScale - lowest, 0);
-        scene.graph.updateMatrix(root->path);
-    }
-
-    void start()
-    {
-        joints.clear();
-        for (const auto& ragdoll : ragdolls)
-            for (const auto& constraint : ragdoll.constraints) {
-                const BaseNode* child = ConstraintNode::childBody(*constraint);
-                const BaseNode* parent = ConstraintNode::parentBody(*constraint, scene.graph.nodes);
-                if (!parent)
-                    continue;
-                const M44d frame = constraint->worldMatrix();
-                joints.push_back({parent, child, frame * ZentoCore::matrixInverse(parent->worldMatrix()),
-                                  frame * ZentoCore::matrixInverse(child->worldMatrix())});
-            }
-        scene.graph.startSimulation();
-    }
-
-    // The heights of the lowest and the highest point of a capsule along x at
-    // the world matrix, in scene units.
-    static std::pair<double, double> ends(const BaseNode& body, const M44d& world)
-    {
-        const V3d dimension = body.attributes.typedEntry<V3d>("dimension")->get();
-        V3d a, b;
-        world.multVecMatrix(V3d(-dimension.y, 0, 0), a);
-        world.multVecMatrix(V3d(dimension.y, 0, 0), b);
-        return {std::min(a.y, b.y) - dimension.x, std::max(a.y, b.y) + dimension.x};
-    }
-
-    // From the engine's poses, in metres: the lowest point of any body, and
-    // the lowest top of any body, below 0 for a body wholly under the ground.
-    std::pair<double, double> depths() const
-    {
-        std::pair<double, double> depths{1e300, 1e300};
-        for (const auto& ragdoll : ragdolls)
-            for (const auto& body : ragdoll.bodies) {
-                const auto [low, high] = ends(*body, M44d(scene.solver->bodyOf(*body)->poseMatrix()));
-                depths = {std::min(depths.first, low * kScale), std::min(depths.second, high * kScale)};
-            }
-        return depths;
-    }
-
-    // Of every joint. Euler angles x, y, z in turn: twist first, then the two swings.
-    Worst worst() const
-    {
-        Worst worst;
-        for (const Joint& joint : joints) {
-            const M44d parent = joint.parentFrame * joint.parent->worldMatrix();
-            const M44d child = joint.childFrame * joint.child->worldMatrix();
-            const Imath::Eulerd angles(rotationOnly(child) * rotationOnly(parent).transposed(), Imath::Eulerd::XYZ);
-            const V3d degrees = V3d(angles) * (180.0 / M_PI);
-            worst.include({(parent.translation() - child.translation()).length() * kScale,
-                           std::max({0.0, std::abs(degrees.x) - kTwist, std::abs(degrees.y) - kSwing,
-                                     std::abs(degrees.z) - kSwing})});
-        }
-        return worst;
-    }
-
-    // The fastest body, in metres per second; infinite once any pose or
-    // velocity in the engine, or any node, is not finite.
-    double fastest() const
-    {
-        double fastest = 0.0;
-        const auto& objects = scene.solver->physics.world()->getCollisionObjectArray();
-        for (int index = 0; index < objects.size(); ++index) {
-            const btVector3& velocity = btRigidBody::upcast(objects[index])->getLinearVelocity();
-            const btVector3& position = objects[index]->getWorldTransform().getOrigin();
-            if (!std::isfinite(velocity.length() + position.length()))
-                return std::numeric_limits<double>::infinity();
-            fastest = std::max(fastest, double(velocity.length()));
-        }
-        for (const auto& ragdoll : ragdolls)
-            for (const auto& body : ragdoll.bodies)
-                if (!std::isfinite(body->translation.length() + V3d(body->rotation).length()))
-                    return std::numeric_limits<double>::infinity();
-        return fastest;
-    }
-
-    bool asleep() const
-    {
-        const auto& objects = scene.solver->physics.world()->getCollisionObjectArray();
-        for (int index = 0; index < objects.size(); ++index)
-            if (!objects[index]->isStaticOrKinematicObject() && objects[index]->isActive())
-                return false;
-        return true;
-    }
-
-    std::vector<V3d> positions() const
-    {
-        std::vector<V3d> positions;
-        for (const auto& ragdoll : ragdolls)
-            for (const auto& body : ragdoll.bodies)
-                positions.push_back(worldPosition(*body));
-        return positions;
-    }
-
-    SimulationScene scene;
-    std::vector<RagdollFixture::Ragdoll> ragdolls;
-    std::vector<Joint> joints;
-};
-
 constexpr int kFps = 25;
 constexpr double kFastest = 50.0;
 
@@ -403,16 +246,16 @@ TEST(Simulation, AHumanRagdollDroppedInAnyOrientationFallsAsleepStillAndWithinIt
             double fastest = 0.0;
             int frame = 1;
             for (; frame <= kFps && ragdoll.depths().first > 0.01; ++frame) {
-                ragdoll.scene.graph.stepSimulation();
+                ragdoll.graph.stepSimulation();
                 fastest = std::max(fastest, ragdoll.fastest());
             }
             for (const int landed = frame; frame < landed + 5 * kFps; ++frame) {
-                ragdoll.scene.graph.stepSimulation();
+                ragdoll.graph.stepSimulation();
                 fastest = std::max(fastest, ragdoll.fastest());
             }
             EXPECT_TRUE(ragdoll.asleep()) << name;
             const std::vector<V3d> asleep = ragdoll.positions();
-            ragdoll.scene.run(4 * kFps);
+            ragdoll.run(4 * kFps);
             const std::vector<V3d> after = ragdoll.positions();
             for (size_t body = 0; body < after.size(); ++body)
                 EXPECT_LE((after[body] - asleep[body]).length() * RagdollScene::kScale, 0.005) << name;
@@ -433,12 +276,12 @@ TEST(Simulation, AHandDraggedFastPullsItsRagdollAlongAndItsJointsHold)
         RagdollScene ragdoll(1, type);
         ragdoll.place(0, Imath::Eulerd(M_PI / 2, 0, 0.3), 0.5);
         ragdoll.start();
-        ragdoll.scene.run(4 * kFps);
+        ragdoll.run(4 * kFps);
         const auto hand = std::find_if(ragdoll.ragdolls.front().bodies.begin(), ragdoll.ragdolls.front().bodies.end(),
                                        [](const auto& body) { return body->path.name() == "RightFingerBase_RB"; });
         ASSERT_NE(hand, ragdoll.ragdolls.front().bodies.end());
         const V3d start = worldPosition(**hand);
-        ragdoll.scene.graph.grabBody((*hand)->path.string(), Imath::V3f(start));
+        ragdoll.graph.grabBody((*hand)->path.string(), Imath::V3f(start));
 
         // 3 m up and aside at 10 m/s, 0.4 m a frame; held 2 s; released for 2 s.
         const V3d step = V3d(0.6, 0.8, 0.0) * (0.4 / RagdollScene::kScale);
@@ -446,15 +289,15 @@ TEST(Simulation, AHandDraggedFastPullsItsRagdollAlongAndItsJointsHold)
         double fastest = 0.0;
         constexpr double kSteps = 7.5;
         for (int frame = 1; frame <= 3 * kFps; ++frame) {
-            ragdoll.scene.graph.dragBody(Imath::V3f(start + step * std::min(double(frame), kSteps)));
-            ragdoll.scene.graph.stepSimulation();
+            ragdoll.graph.dragBody(Imath::V3f(start + step * std::min(double(frame), kSteps)));
+            ragdoll.graph.stepSimulation();
             worst.include(ragdoll.worst());
             fastest = std::max(fastest, ragdoll.fastest());
         }
         const double held = (worldPosition(**hand) - (start + step * kSteps)).length() * RagdollScene::kScale;
-        ragdoll.scene.graph.releaseBody();
+        ragdoll.graph.releaseBody();
         for (int frame = 1; frame <= 2 * kFps; ++frame) {
-            ragdoll.scene.graph.stepSimulation();
+            ragdoll.graph.stepSimulation();
             fastest = std::max(fastest, ragdoll.fastest());
         }
         const std::string name = "solver type " + std::to_string(type);
@@ -469,17 +312,13 @@ TEST(Simulation, AHandDraggedFastPullsItsRagdollAlongAndItsJointsHold)
 
 TEST(Simulation, RagdollsDroppedIntoAPileEndAtRestWithinTheirLimits)
 {
-    // Two layers of four, 35 cm apart side by side and 40 cm above each
-    // other: a pile as of 32, at a fourth of its cost.
-    constexpr int kRagdolls = 8;
-    RagdollScene pile(kRagdolls);
-    for (int index = 0; index < kRagdolls; ++index)
-        pile.place(index, Imath::Eulerd(M_PI / 2 + 0.3 * index, 0.7 * index, 0.1 * index), 0.5 + 0.4 * (index / 4),
-                   V3d(0.35 * (index % 2), 0, 0.35 * (index % 4 / 2)));
+    // Two layers: a pile as of 32, at a fourth of its cost.
+    RagdollScene pile(8);
+    pile.placeAsPile();
     pile.start();
     double fastest = 0.0, sunk = 1e300;
     for (int frame = 1; frame <= 12 * kFps; ++frame) {
-        pile.scene.graph.stepSimulation();
+        pile.graph.stepSimulation();
         fastest = std::max(fastest, pile.fastest());
         sunk = std::min(sunk, pile.depths().second);
     }
