@@ -33,13 +33,7 @@ void set(BaseNode& node, const std::string& key, const T& value)
 }
 
 // A scene graph with its solver, and helpers to hang nodes into it.
-struct SimulationScene {
-    SimulationScene()
-    {
-        graph.createSolver();
-        solver = std::dynamic_pointer_cast<SolverNode>(graph.node("/Solver"));
-    }
-
+struct SimulationScene : SolverScene {
     template <typename Node>
     std::shared_ptr<Node> add(const std::string& path, const V3d& translation = V3d(0, 0, 0))
     {
@@ -60,15 +54,6 @@ struct SimulationScene {
         graph.addNode(node, NodePath(path).parentPath().string());
         return node;
     }
-
-    void run(int frames)
-    {
-        for (int frame = 0; frame < frames; ++frame)
-            graph.stepSimulation();
-    }
-
-    ZentoSceneGraph graph;
-    std::shared_ptr<SolverNode> solver;
 };
 
 V3d worldPosition(const BaseNode& node)

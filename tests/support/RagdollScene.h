@@ -22,10 +22,28 @@
 #include <utility>
 #include <vector>
 
+// A scene graph with its solver, stepped a frame at a time.
+struct SolverScene {
+    SolverScene()
+    {
+        graph.createSolver();
+        solver = std::dynamic_pointer_cast<SolverNode>(graph.node("/Solver"));
+    }
+
+    void run(int frames)
+    {
+        for (int frame = 0; frame < frames; ++frame)
+            graph.stepSimulation();
+    }
+
+    ZentoSceneGraph graph;
+    std::shared_ptr<SolverNode> solver;
+};
+
 // Human ragdolls on the motion capture skeleton of RagdollFixture, whose
 // units of about 5.6 cm the scene scale turns into metres: D6 joints with a
 // twist of +-30 and a swing cone of 45 degrees, default settings otherwise.
-struct RagdollScene {
+struct RagdollScene : SolverScene {
     static constexpr double kScale = 0.056;
     static constexpr double kTwist = 30.0, kSwing = 45.0;
 
@@ -49,8 +67,6 @@ struct RagdollScene {
 
     explicit RagdollScene(int count, int solverType = Zento::ZentoPhysx::PGS)
     {
-        graph.createSolver();
-        solver = std::dynamic_pointer_cast<SolverNode>(graph.node("/Solver"));
         solver->attributes.typedEntry<double>("sceneScale")->set(kScale);
         solver->attributes.typedEntry<int>("solverType")->set(solverType);
         graph.createGround();
@@ -186,14 +202,6 @@ struct RagdollScene {
         return positions;
     }
 
-    void run(int frames)
-    {
-        for (int frame = 0; frame < frames; ++frame)
-            graph.stepSimulation();
-    }
-
-    ZentoSceneGraph graph;
-    std::shared_ptr<SolverNode> solver;
     std::vector<RagdollFixture::Ragdoll> ragdolls;
     std::vector<Joint> joints;
 };
