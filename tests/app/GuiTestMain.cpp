@@ -12,8 +12,9 @@
 namespace {
 
 // Mesa unloads its software rasteriser when the program's last GL display
-// closes, before the leak check runs; what the driver's globals still held
-// then looks leaked. Loaded here for good, its globals stay to be scanned.
+// closes, which a test may do before the leak check; what the driver's
+// globals still held then looks leaked. Loaded here for good, its globals
+// stay to be scanned.
 struct KeepSoftwareRasteriserLoaded {
     KeepSoftwareRasteriserLoaded()
     {
