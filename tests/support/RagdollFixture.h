@@ -115,7 +115,8 @@ inline void limitJoints(const Ragdoll& ragdoll, double twist, double swing)
 
 // A copy of everything at and below the path root under the top-level name
 // copy, moved by offset: one more character of a crowd. A node that hangs
-// under nothing (the skeleton's root joint) is moved as well.
+// under nothing (the skeleton's root joint) is moved as well. A constraint
+// that names its parent body below root names that body's copy.
 inline Ragdoll copyRagdoll(ZentoSceneGraph& graph, const std::string& root, const std::string& copy,
                            const Imath::V3d& offset)
 {
@@ -150,6 +151,9 @@ inline Ragdoll copyRagdoll(ZentoSceneGraph& graph, const std::string& root, cons
         default: node = std::make_shared<TransformNode>(path); break;
         }
         node->attributes = source->attributes;
+        if (const auto parentBody = node->attributes.typedEntry<std::string>("parentRigidBody"))
+            if (parentBody->get().rfind(root + "/", 0) == 0)
+                parentBody->set(renamed(ZentoCore::NodePath(parentBody->get())).string());
         node->translation = source->translation + (source->parent ? Imath::V3d(0.0) : offset);
         node->rotation = source->rotation;
         node->scale = source->scale;

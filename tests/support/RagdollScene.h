@@ -5,6 +5,9 @@
 // lie, how fast they go and whether they sleep. For the simulation tests and
 // the physics benchmark.
 
+#include "AutoRig.h"
+#include "BaseCommand.h"
+#include "CharacterImport.h"
 #include "ConstraintNode.h"
 #include "MathUtils.h"
 #include "RagdollFixture.h"
@@ -40,12 +43,17 @@ struct SolverScene {
     std::shared_ptr<SolverNode> solver;
 };
 
-// Human ragdolls on the motion capture skeleton of RagdollFixture, whose
-// units of about 5.6 cm the scene scale turns into metres: D6 joints with a
-// twist of +-30 and a swing cone of 45 degrees, default settings otherwise.
+// Human ragdolls on the motion capture skeleton of RagdollFixture, with D6
+// joints of a twist of +-30 and a swing cone of 45 degrees, default settings
+// otherwise. Each is either the fixture's, whose capsules are as thick as a
+// tenth of their bones (a 0.8 g fingertip on a 140 g forearm) and whose
+// units of about 5.6 cm the scene scale turns into metres, or one as
+// zento-rig builds it: capsules sized for a person of 1.75 m, no body more
+// than ten times the mass of one it is joined to.
 struct RagdollScene : SolverScene {
-    static constexpr double kScale = 0.056;
+    static constexpr double kFixtureScale = 0.056;
     static constexpr double kTwist = 30.0, kSwing = 45.0;
+    enum class Build { Fixture, Rig };
 
     // One joint's frame on each of its bodies, as the solver finds them.
     struct Joint {
@@ -65,16 +73,14 @@ struct RagdollScene : SolverScene {
         }
     };
 
-    explicit RagdollScene(int count, int solverType = Zento::ZentoPhysx::PGS)
+    explicit RagdollScene(int count, int solverType = Zento::ZentoPhysx::PGS, Build build = Build::Fixture)
     {
-        solver->attributes.typedEntry<double>("sceneScale")->set(kScale);
         solver->attributes.typedEntry<int>("solverType")->set(solverType);
-        graph.createGround();
-        ragdolls.push_back(RagdollFixture::loadRagdoll(graph));
+        ragdolls.push_back(build == Build::Fixture ? fixture() : rig());
         RagdollFixture::limitJoints(ragdolls.front(), kTwist, kSwing);
         for (int copy = 1; copy < count; ++copy)
-            ragdolls.push_back(RagdollFixture::copyRagdoll(graph, "/Skeleton",
-                                                           "/Skeleton" + std::to_string(copy), Imath::V3d(0, 0, 0)));
+            ragdolls.push_back(RagdollFixture::copyRagdoll(graph, "/Skeleton", "/Skeleton" + std::to_string(copy),
+                                                           Imath::V3d(0, 0, 0)));
     }
 
     // Turns the ragdoll's root joint and lifts it to drop from the height
@@ -89,17 +95,21 @@ struct RagdollScene : SolverScene {
         double lowest = 1e300;
         for (const auto& body : ragdolls[ragdoll].bodies)
             lowest = std::min(lowest, ends(*body, body->worldMatrix()).first);
-        root->translation += offset / kScale + Imath::V3d(0, height / kScale - lowest, 0);
+        root->translation += offset / scale + Imath::V3d(0, height / scale - lowest, 0);
         graph.updateMatrix(root->path);
     }
 
-    // Every ragdoll over the others in layers of four, 35 cm apart side by
-    // side and 40 cm above each other, each turned its own way: a pile.
+    // Every ragdoll over the others in layers of four, each turned its own
+    // way: a pile. For the fixture's character of 95 cm the layers are 40 cm
+    // apart and the ragdolls of a layer 35 cm; a larger one spreads the pile
+    // in proportion. The lowest layer drops from 50 cm.
     void placeAsPile()
     {
+        const double size = scale / kFixtureScale;
         for (size_t index = 0; index < ragdolls.size(); ++index)
-            place(index, Imath::Eulerd(M_PI / 2 + 0.3 * index, 0.7 * index, 0.1 * index), 0.5 + 0.4 * (index / 4),
-                  Imath::V3d(0.35 * (index % 2), 0, 0.35 * (index % 4 / 2)));
+            place(index, Imath::Eulerd(M_PI / 2 + 0.3 * index, 0.7 * index, 0.1 * index),
+                  0.5 + 0.4 * size * double(index / 4),
+                  Imath::V3d(0.35 * (index % 2), 0, 0.35 * (index % 4 / 2)) * size);
     }
 
     void start()
@@ -137,7 +147,7 @@ struct RagdollScene : SolverScene {
         for (const auto& ragdoll : ragdolls)
             for (const auto& body : ragdoll.bodies) {
                 const auto [low, high] = ends(*body, Imath::M44d(solver->bodyOf(*body)->poseMatrix()));
-                depths = {std::min(depths.first, low * kScale), std::min(depths.second, high * kScale)};
+                depths = {std::min(depths.first, low * scale), std::min(depths.second, high * scale)};
             }
         return depths;
     }
@@ -157,7 +167,7 @@ struct RagdollScene : SolverScene {
             const Imath::M44d child = joint.childFrame * joint.child->worldMatrix();
             const Imath::Eulerd angles(rotationOnly(child) * rotationOnly(parent).transposed(), Imath::Eulerd::XYZ);
             const Imath::V3d degrees = Imath::V3d(angles) * (180.0 / M_PI);
-            worst.include({(parent.translation() - child.translation()).length() * kScale,
+            worst.include({(parent.translation() - child.translation()).length() * scale,
                            std::max({0.0, std::abs(degrees.x) - kTwist, std::abs(degrees.y) - kSwing,
                                      std::abs(degrees.z) - kSwing})});
         }
@@ -202,6 +212,41 @@ struct RagdollScene : SolverScene {
         return positions;
     }
 
+    // Metres per scene unit.
+    double scale = kFixtureScale;
     std::vector<RagdollFixture::Ragdoll> ragdolls;
     std::vector<Joint> joints;
+
+private:
+    RagdollFixture::Ragdoll fixture()
+    {
+        solver->attributes.typedEntry<double>("sceneScale")->set(kFixtureScale);
+        graph.createGround();
+        return RagdollFixture::loadRagdoll(graph);
+    }
+
+    // Built on the skeleton as zento-rig builds it, its ground moved to the
+    // height of the fixture's, 0.
+    RagdollFixture::Ragdoll rig()
+    {
+        std::string root;
+        for (const std::string& path : CharacterImport::loadSkeleton(graph, RagdollFixture::kSkeletonFile))
+            if (root.empty() && path.rfind("/Skeleton/", 0) == 0)
+                root = path;
+        AutoRig::Result result;
+        const std::shared_ptr<BaseCommand> command = AutoRig::build(graph, root, {}, result);
+        RagdollFixture::Ragdoll ragdoll;
+        if (!command)
+            return ragdoll;
+        command->execute();
+        scale = result.sceneScale;
+        const std::shared_ptr<BaseNode> ground = graph.node(result.ground);
+        ground->translation.y = 0.0;
+        graph.updateMatrix(ground->path);
+        for (const std::string& path : result.bodies)
+            ragdoll.bodies.push_back(std::dynamic_pointer_cast<RigidBodyNode>(graph.node(path)));
+        for (const std::string& path : result.constraints)
+            ragdoll.constraints.push_back(std::dynamic_pointer_cast<ConstraintNode>(graph.node(path)));
+        return ragdoll;
+    }
 };
