@@ -48,7 +48,7 @@ using ZentoCore::NodePath;
 namespace {
 
 constexpr int kFrames = 50;
-constexpr int kRounds = 3;
+constexpr int kRounds = 4;
 constexpr int kSubSteps = 10;
 constexpr double kFrameTime = 1.0 / 25.0;
 constexpr double kFrameBudgetMs = 33.0;
@@ -264,15 +264,16 @@ double milliseconds(const std::function<void()>& work)
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-// The median over the rounds of the frames' milliseconds, each round from a fresh start.
-double medianFrameMs(const std::function<void()>& setUp, const std::function<void()>& frame, int rounds)
+// The milliseconds of each frame of one round from a fresh start, added to times.
+void timeRound(const std::function<void()>& setUp, const std::function<void()>& frame, std::vector<double>& times)
 {
-    std::vector<double> times;
-    for (int round = 0; round < rounds; ++round) {
-        setUp();
-        for (int i = 0; i < kFrames; ++i)
-            times.push_back(milliseconds(frame));
-    }
+    setUp();
+    for (int i = 0; i < kFrames; ++i)
+        times.push_back(milliseconds(frame));
+}
+
+double median(std::vector<double> times)
+{
     std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
     return times[times.size() / 2];
 }
@@ -303,15 +304,37 @@ CrowdFigures measureCrowd(int count, int rounds)
     ZentoSceneGraph graph;
     buildCrowd(graph, count);
     SolverNode& solver = static_cast<SolverNode&>(*graph.node("/Solver"));
-    CrowdFigures figures;
-    figures.stepMs = medianFrameMs([&] { graph.startSimulation(); }, [&] { graph.stepSimulation(); }, rounds);
-    // Writing back again the poses where the last round left the bodies.
-    figures.writeBackMs = medianFrameMs([] {}, [&] { graph.updateMatrices(solver.writeBack()); }, 1);
+    graph.startSimulation();
     const int iterations = solver.physics.solverIterations();
     graph.stopSimulation();
+    std::vector<double> stepTimes, rawTimes, writeBackTimes;
+    const auto graphRound = [&] {
+        timeRound([&] { graph.startSimulation(); }, [&] { graph.stepSimulation(); }, stepTimes);
+        // Writing back again the poses where the round left the bodies.
+        timeRound([] {}, [&] { graph.updateMatrices(solver.writeBack()); }, writeBackTimes);
+        graph.stopSimulation();
+    };
     std::unique_ptr<RawWorld> raw;
-    figures.rawMs = medianFrameMs([&] { raw = std::make_unique<RawWorld>(graph, iterations); }, [&] { raw->step(); },
-                                  rounds);
+    const auto rawRound = [&] {
+        timeRound([&] { raw = std::make_unique<RawWorld>(graph, iterations); }, [&] { raw->step(); }, rawTimes);
+        raw.reset();
+    };
+    // The two take turns, and turns at going first: whichever runs second
+    // in a pair is measured some per cent faster, and the machine's speed
+    // changes over a run.
+    for (int round = 0; round < rounds; ++round) {
+        if (round % 2 == 0) {
+            graphRound();
+            rawRound();
+        } else {
+            rawRound();
+            graphRound();
+        }
+    }
+    CrowdFigures figures;
+    figures.stepMs = median(stepTimes);
+    figures.rawMs = median(rawTimes);
+    figures.writeBackMs = median(writeBackTimes);
     return figures;
 }
 
