@@ -351,8 +351,9 @@ void printPile(RagdollScene::Build build, int solverType, const char* name)
         steppedMs += milliseconds([&] { pile.graph.stepSimulation(); });
         during.include(pile.worst());
         fastest = std::max(fastest, pile.fastest());
-        deepest = std::min(deepest, pile.depths().first);
-        sunk = std::min(sunk, pile.depths().second);
+        const auto [lowest, lowestTop] = pile.depths();
+        deepest = std::min(deepest, lowest);
+        sunk = std::min(sunk, lowestTop);
         if (asleepAt < 0.0 && pile.asleep())
             asleepAt = double(frame) / kFps;
     }
