@@ -1,20 +1,12 @@
-// The GUI tests' main, and what their leak check must know about the
-// libraries under them.
-
-#include <gtest/gtest.h>
+// What the GUI tests' leak check must know about the libraries under them.
 
 #include <dlfcn.h>
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#endif
 
 namespace {
 
 // Mesa unloads its software rasteriser when the program's last GL display
-// closes, which a test may do before the leak check; what the driver's
-// globals still held then looks leaked. Loaded here for good, its globals
-// stay to be scanned.
+// closes, before the leak check runs; what the driver's globals still held
+// then looks leaked. Loaded here for good, its globals stay to be scanned.
 struct KeepSoftwareRasteriserLoaded {
     KeepSoftwareRasteriserLoaded()
     {
@@ -42,18 +34,4 @@ extern "C" const char* __lsan_default_suppressions()
 extern "C" const char* __asan_default_options()
 {
     return "intercept_tls_get_addr=0";
-}
-
-int main(int argc, char** argv)
-{
-    testing::InitGoogleTest(&argc, argv);
-    const int result = RUN_ALL_TESTS();
-#if defined(__SANITIZE_ADDRESS__)
-    // The leak check runs here, while Qt's and Mesa's threads wait idle,
-    // rather than at exit while the application's destructors stop them.
-    // Leaks still end the program with the sanitizer's exit code, and the
-    // check at exit is skipped.
-    __lsan_do_leak_check();
-#endif
-    return result;
 }
